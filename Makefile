@@ -1,0 +1,43 @@
+# The commands of every day. Each first installs what is missing, so that a fresh machine needs no other step.
+#
+#   make demo     a tour of the library against the simulated cloud, in a private view of this machine
+#   make test     builds everything and runs all tests; TESTS=REGEX runs those whose names match
+#   make bench    the benchmarks, with the build that ships
+#   make format   lays out the C and C++ files
+#   make clean    removes the build trees
+#
+# PRESET=asan and the like choose another preset of CMakePresets.json.
+PRESET ?= dev
+JOBS ?= $(shell nproc)
+TESTS ?= .
+BUILD = build/$(PRESET)
+
+privileged = $(shell [ "$$(id -u)" = 0 ] || sudo -n true 2>/dev/null && echo yes)$(VARNKIVO_SANDBOX)
+sources = git ls-files -z --cached --others --exclude-standard -- '*.h' '*.cc' '*.c' | xargs -0 -r clang-format
+
+.PHONY: build demo test bench format check-format clean
+
+build:
+	@scripts/bootstrap
+	@[ -e $(BUILD)/build.ninja ] || cmake --preset $(PRESET)
+	@cmake --build $(BUILD) -j $(JOBS)
+
+demo: build
+	@$(if $(privileged),,VARNKIVO_SANDBOX=user) VARNKIVO_BUILD=$(CURDIR)/$(BUILD) scripts/sandbox scripts/demo
+
+test: build
+	@$(if $(privileged),:,echo 'make test needs root, or sudo without a password: owners and ids are tested for real' >&2; exit 1)
+	@ctest --test-dir $(BUILD) -j $(JOBS) -R '$(TESTS)' --no-tests=error --output-on-failure
+
+bench: PRESET = release
+bench: build
+	@find $(BUILD)/bench -maxdepth 1 -type f -executable -print0 | sort -z | xargs -0 -r -n 1 scripts/sandbox
+
+format:
+	@$(sources) -i
+
+check-format:
+	@$(sources) --dry-run --Werror
+
+clean:
+	@rm -rf build

@@ -1,0 +1,34 @@
+# Warnings (all of them errors), hardening and the instruments of the asan, tsan and coverage presets. Included before
+# the folders are, so that every target of the project gets them without asking.
+set(VARNKIVO_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
+option(VARNKIVO_COVERAGE "Build for gcov" OFF)
+
+add_library(varnkivo_warnings INTERFACE)
+target_compile_options(varnkivo_warnings INTERFACE
+  -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Wno-format-nonliteral -Werror=format-security -Werror)
+
+add_library(varnkivo_hardening INTERFACE)
+target_compile_options(varnkivo_hardening INTERFACE -fstack-protector-strong -fstack-clash-protection)
+target_link_options(varnkivo_hardening INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack -Wl,--as-needed)
+
+if(VARNKIVO_SANITIZE)
+  target_compile_options(varnkivo_hardening INTERFACE
+    -fsanitize=${VARNKIVO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+  target_link_options(varnkivo_hardening INTERFACE -fsanitize=${VARNKIVO_SANITIZE})
+elseif(VARNKIVO_COVERAGE)
+  target_compile_options(varnkivo_hardening INTERFACE --coverage -O0)
+  target_link_options(varnkivo_hardening INTERFACE --coverage)
+else()
+  # Fortified calls need optimisation, and would hide from the sanitizers what they are there to see.
+  target_compile_options(varnkivo_hardening INTERFACE
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+endif()
+
+link_libraries(varnkivo_warnings varnkivo_hardening)
+
+# A shared library names all it needs. Not with sanitizers: their runtime is found through the program.
+function(varnkivo_no_undefined target)
+  if(NOT VARNKIVO_SANITIZE)
+    target_link_options(${target} PRIVATE -Wl,-z,defs)
+  endif()
+endfunction()

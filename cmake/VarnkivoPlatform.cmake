@@ -1,0 +1,20 @@
+# The host interface below the library: the reference host of this tree, or the library of a device maker.
+set(VARNKIVO_PLATFORM "" CACHE STRING
+  "Another platform library: the path of its .so file, or a CMake target. Empty: the reference host in platform/linux")
+
+if(NOT VARNKIVO_PLATFORM)
+  if(EXISTS "${PROJECT_SOURCE_DIR}/platform/CMakeLists.txt")
+    add_subdirectory(platform)
+  elseif(EXISTS "${PROJECT_SOURCE_DIR}/platform/linux/CMakeLists.txt")
+    add_subdirectory(platform/linux)
+  endif()
+elseif(TARGET "${VARNKIVO_PLATFORM}")
+  add_library(varnplatform ALIAS "${VARNKIVO_PLATFORM}")
+elseif(EXISTS "${VARNKIVO_PLATFORM}")
+  add_library(varnplatform SHARED IMPORTED GLOBAL)
+  get_filename_component(platform_file "${VARNKIVO_PLATFORM}" ABSOLUTE BASE_DIR "${PROJECT_SOURCE_DIR}")
+  set_target_properties(varnplatform PROPERTIES IMPORTED_LOCATION "${platform_file}")
+  target_include_directories(varnplatform INTERFACE "${PROJECT_SOURCE_DIR}/platform/include")
+else()
+  message(FATAL_ERROR "VARNKIVO_PLATFORM is \"${VARNKIVO_PLATFORM}\", which is neither a file nor a target")
+endif()
