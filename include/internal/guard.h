@@ -1,0 +1,23 @@
+// The wall between C++ and the exported functions: no exception gets past it.
+#ifndef VARNKIVO_INTERNAL_GUARD_H_
+#define VARNKIVO_INTERNAL_GUARD_H_
+
+namespace varnkivo {
+
+/// To be called in a catch block: logs the exception under `source`, puts its code (a KivoException's own, 2 for JSON,
+/// 6 for memory, 24 for others) into the slot and returns -1.
+int Unexpected(const char* source) noexcept;
+
+/// Runs `body`, which gives the exported function's result.
+template <class Body>
+int Guarded(const char* source, Body body) noexcept {
+  try {
+    return body();
+  } catch (...) {
+    return Unexpected(source);
+  }
+}
+
+}  // namespace varnkivo
+
+#endif  // VARNKIVO_INTERNAL_GUARD_H_

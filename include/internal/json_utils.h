@@ -1,0 +1,28 @@
+// JSON as the answers and files of this system use it.
+#ifndef VARNKIVO_INTERNAL_JSON_UTILS_H_
+#define VARNKIVO_INTERNAL_JSON_UTILS_H_
+
+#include <json/json.h>
+
+#include <optional>
+#include <string>
+
+namespace varnkivo {
+
+/// Parses `text` (comments collected) into `out`. False where it is not JSON, nesting over 1000 levels included; `out`
+/// then holds what was read before the fault.
+bool ParseJson(const std::string& text, Json::Value& out);
+
+/// `object[name]` as text: numbers and booleans in their decimal or word form, null and an absent member empty. Nothing
+/// for objects, arrays, and texts with a NUL inside.
+std::optional<std::string> TextMember(const Json::Value& object, const char* name);
+/// A boolean as account centres send them: true, false, 0, 1, "true", "false", "yes", "no".
+std::optional<bool> ToBool(const Json::Value& value);
+/// `object[name]` where it is a text; null for any other kind and where absent. Owned by `object`.
+const char* StringOrNull(const Json::Value& object, const char* name);
+/// isMember that is false instead of throwing where `value` is not an object.
+bool HasMember(const Json::Value& value, const char* name);
+
+}  // namespace varnkivo
+
+#endif  // VARNKIVO_INTERNAL_JSON_UTILS_H_

@@ -1,0 +1,37 @@
+// Root ids for one access to the account's private files.
+#ifndef VARNKIVO_INTERNAL_PRIVILEGE_BRACKET_H_
+#define VARNKIVO_INTERNAL_PRIVILEGE_BRACKET_H_
+
+#include <sys/types.h>
+
+#include "internal/log.h"
+
+namespace varnkivo {
+
+/// Raises the effective ids of the whole process to 0, unless the caller is root or the account service already, and
+/// puts them back when it goes. Keep what runs inside small: no network, and nothing that waits.
+class PrivilegeBracket {
+ public:
+  explicit PrivilegeBracket(Site site);
+  PrivilegeBracket(const PrivilegeBracket&) = delete;
+  PrivilegeBracket& operator=(const PrivilegeBracket&) = delete;
+  ~PrivilegeBracket();
+
+  /// False, logged and errno EPERM, when the ids could not be raised; they are then as before. The caller words the
+  /// "no" and does not touch the files.
+  bool Entered() const { return entered_; }
+
+ private:
+  bool SetUid(uid_t uid) const;
+  bool SetGid(gid_t gid) const;
+  bool Restore() const;
+
+  Site site_;
+  uid_t uid_;
+  gid_t gid_;
+  bool entered_;
+};
+
+}  // namespace varnkivo
+
+#endif  // VARNKIVO_INTERNAL_PRIVILEGE_BRACKET_H_

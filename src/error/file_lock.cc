@@ -1,0 +1,96 @@
+// Serialises processes on a lock file: makes sure the file exists, then polls the platform's lock until a deadline.
+// Touches the lock file and, for an instant, the umask. Lock files lie in /tmp, where anyone may have planted a link or
+// own the file already: hence never a link followed, and O_CREAT only when the file is absent (kernels refuse O_CREAT
+// on another user's file in a sticky directory even to root).
+#include "file_lock.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <optional>
+#include <random>
+
+#include "internal/log.h"
+#include "varn/platform.h"
+
+namespace varnkivo {
+namespace {
+
+constexpr const char* kSource = "file_lock";
+constexpr int kOpenFlags = O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
+constexpr mode_t kMode = 0666, kUmask = 011;
+
+int OpenOrCreate(const char* path) {
+  int file = open(path, kOpenFlags);
+  if (file >= 0 || errno != ENOENT) return file;
+  const mode_t previous = umask(kUmask);
+  file = open(path, kOpenFlags | O_CREAT | O_EXCL, kMode);
+  const int error = errno;
+  umask(previous);
+  errno = error;
+  return file < 0 && error == EEXIST ? open(path, kOpenFlags) : file;  // somebody else was faster
+}
+
+/// Makes sure that `path` is a regular file that can be locked.
+bool PrepareFile(const char* path) {
+  const int file = OpenOrCreate(path);
+  struct stat facts = {};
+  const bool usable = file >= 0 && fstat(file, &facts) == 0 && S_ISREG(facts.st_mode);
+  if (!usable) LogError(kSource, "Failed to open file: %s", path);
+  if (file >= 0 && close(file) != 0 && errno != EINTR) {  // interrupted or not, Linux has released the descriptor
+    LogError(kSource, "Failed to close file: %s", path);
+    return false;
+  }
+  return usable;
+}
+
+/// Random pauses, so that waiters do not march in step. Seeded only when a first attempt failed.
+class BackOff {
+ public:
+  useconds_t Next() {
+    if (!generator_) generator_.emplace(Seed());
+    return std::uniform_int_distribution<useconds_t>(50000, 100000)(*generator_);
+  }
+
+ private:
+  static std::minstd_rand0::result_type Seed() {
+    const auto value = std::random_device("default")() % std::minstd_rand0::modulus;
+    return static_cast<std::minstd_rand0::result_type>(value == 0 ? 1 : value);
+  }
+  std::optional<std::minstd_rand0> generator_;
+};
+
+}  // namespace
+
+FileLock::FileLock(const std::string& path, bool shared) : path_(path), shared_(shared) {}
+
+FileLock::~FileLock() { Unlock(); }
+
+bool FileLock::Lock(unsigned int timeoutSeconds) {
+  if (!PrepareFile(path_.c_str())) return false;
+  Unlock();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
+  BackOff backOff;
+  while (std::chrono::steady_clock::now() < deadline) {
+    int handle = -1;
+    if (VLIBCFileLockByFile(path_.c_str(), !shared_, &handle) >= 0) {
+      handle_ = handle;
+      return true;
+    }
+    usleep(backOff.Next());
+  }
+  return false;
+}
+
+void FileLock::Unlock() {
+  if (handle_ < 0) return;
+  VLIBCFileUnlockByFile(handle_);
+  handle_ = -1;
+}
+
+std::string FileLock::GetPath() const { return path_; }
+
+}  // namespace varnkivo

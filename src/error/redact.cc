@@ -1,0 +1,137 @@
+// Finds the values of secret members in text of any shape (JSON, JSON inside JSON, forms, URLs) and shortens them.
+// Touches nothing. It scans instead of parsing because what is logged is often what could not be parsed.
+#include "internal/redact.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace varnkivo {
+namespace {
+
+constexpr std::size_t kMostLogged = 2048;
+constexpr std::size_t kShown = 10;
+
+struct SecretName {
+  std::string_view name;
+  std::size_t shown;  // how many characters of the value may be seen
+};
+
+constexpr SecretName kSecretNames[] = {
+    {"access_token", kShown}, {"id_token", kShown}, {"refresh_token", kShown}, {"auth_key", kShown},
+    {"code_verifier", kShown}, {"api_key", kShown}, {"grant_code", kShown}, {"lu_token", kShown},
+    {"passwd", 0}, {"passwd_new", 0}, {"passwd_confirmation", 0}, {"kivoPW", 0}};
+
+bool IsNameCharacter(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
+
+const SecretName* FindSecretName(std::string_view word) {
+  const auto* found = std::find_if(std::begin(kSecretNames), std::end(kSecretNames),
+                                   [&](const SecretName& secret) { return secret.name == word; });
+  return found == std::end(kSecretNames) ? nullptr : found;
+}
+
+std::size_t SkipAny(std::string_view text, std::size_t at, std::string_view set) {
+  const std::size_t next = text.find_first_not_of(set, at);
+  return next == std::string_view::npos ? text.size() : next;
+}
+
+/// End of a quoted value that begins at `at`: the first closing quote that is not itself escaped. `quoting` backslashes
+/// stand before the quotes themselves where the JSON lies inside a JSON string.
+std::size_t QuotedEnd(std::string_view text, std::size_t at, std::size_t quoting) {
+  for (std::size_t backslashes = 0; at < text.size(); ++at) {
+    if (text[at] == '\\') {
+      ++backslashes;
+    } else if (text[at] == '"' && backslashes == quoting) {
+      return at - quoting;
+    } else {
+      backslashes = 0;
+    }
+  }
+  return text.size();
+}
+
+/// End of an array or object that begins at `at`.
+std::size_t NestedEnd(std::string_view text, std::size_t at) {
+  int depth = 0;
+  for (; at < text.size(); ++at) {
+    if (text[at] == '"') at = QuotedEnd(text, at + 1, 0);
+    else if (text[at] == '[' || text[at] == '{') ++depth;
+    else if ((text[at] == ']' || text[at] == '}') && --depth == 0) return at + 1;
+  }
+  return text.size();
+}
+
+struct Value {
+  std::size_t begin, end;  // empty when the name is not followed by a value
+  bool nested;
+};
+
+/// The value that belongs to a name ending at `at`, after `"` and `:` as in JSON or `=` as in a form.
+Value FindValue(std::string_view text, std::size_t at) {
+  if (at < text.size() && text[at] == '=') {
+    const std::size_t end = text.find_first_of("& \t\r\n\"<>", at + 1);
+    return {at + 1, end == std::string_view::npos ? text.size() : end, false};
+  }
+  std::size_t colon = SkipAny(text, at, "\\\" \t\r\n");
+  if (colon >= text.size() || text[colon] != ':') return {at, at, false};
+  std::size_t begin = SkipAny(text, colon + 1, " \t\r\n");
+  const std::size_t quote = SkipAny(text, begin, "\\");
+  if (quote < text.size() && text[quote] == '"') return {quote + 1, QuotedEnd(text, quote + 1, quote - begin), false};
+  if (begin < text.size() && (text[begin] == '[' || text[begin] == '{')) return {begin, NestedEnd(text, begin), true};
+  const std::size_t end = text.find_first_of(",}] \t\r\n", begin);
+  return {begin, end == std::string_view::npos ? text.size() : end, false};
+}
+
+std::string HideSecrets(std::string_view text) {
+  std::string out;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    if (!IsNameCharacter(text[at])) {
+      out += text[at++];
+      continue;
+    }
+    std::size_t end = at;
+    while (end < text.size() && IsNameCharacter(text[end])) ++end;
+    const SecretName* secret = FindSecretName(text.substr(at, end - at));
+    const Value value = secret ? FindValue(text, end) : Value{end, end, false};
+    out.append(text.substr(at, value.begin - at));
+    at = value.begin;
+    if (!secret || value.end <= value.begin) continue;
+    const std::size_t shown = value.nested ? 0 : secret->shown;
+    const std::size_t length = value.end - value.begin;
+    if (shown > 0 && length <= shown) {
+      out.append(text.substr(value.begin, length));
+    } else {
+      out.append(text.substr(value.begin, shown)).append("...");
+    }
+    at = value.end;
+  }
+  return out;
+}
+
+std::string EscapeControls(std::string_view text) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string out;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      out += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string Redact(std::string_view text) {
+  // Twice what is shown is looked at: a secret that begins inside the part shown must not be cut before it is known.
+  const std::string hidden = HideSecrets(text.substr(0, 2 * kMostLogged));
+  return EscapeControls(std::string_view(hidden).substr(0, kMostLogged));
+}
+
+std::string Cut10(std::string_view secret) {
+  return EscapeControls(secret.substr(0, kShown)) + (secret.size() > kShown ? "..." : "");
+}
+
+}  // namespace varnkivo

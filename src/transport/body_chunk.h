@@ -1,0 +1,53 @@
+// Collects a response body for libcurl.
+#ifndef VARNKIVO_TRANSPORT_BODY_CHUNK_H_
+#define VARNKIVO_TRANSPORT_BODY_CHUNK_H_
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+namespace varnkivo {
+
+/// A growing heap text of at most 16 MiB: a hostile server must not be able to fill the memory.
+class BodyChunk {
+ public:
+  BodyChunk() = default;
+  BodyChunk(const BodyChunk&) = delete;
+  BodyChunk& operator=(const BodyChunk&) = delete;
+  ~BodyChunk() { Drop(); }
+
+  /// Null when nothing was received.
+  const char* Text() const { return text_; }
+  void Drop() {
+    std::free(text_);
+    text_ = nullptr;
+    size_ = 0;
+  }
+  /// CURLOPT_WRITEFUNCTION with a BodyChunk as its data. A result other than the block's length aborts the transfer.
+  static std::size_t Write(char* block, std::size_t size, std::size_t count, void* chunk) noexcept {
+    return static_cast<BodyChunk*>(chunk)->Append(block, size * count);
+  }
+
+ private:
+  static constexpr std::size_t kMostBytes = 16u << 20;
+
+  std::size_t Append(const char* block, std::size_t length) noexcept {
+    char* larger = length > kMostBytes - size_ ? nullptr : static_cast<char*>(std::realloc(text_, size_ + length + 1));
+    if (!larger) {
+      Drop();
+      return 0;
+    }
+    text_ = larger;
+    std::memcpy(text_ + size_, block, length);
+    size_ += length;
+    text_[size_] = '\0';
+    return length;
+  }
+
+  char* text_ = nullptr;
+  std::size_t size_ = 0;  // without the NUL
+};
+
+}  // namespace varnkivo
+
+#endif  // VARNKIVO_TRANSPORT_BODY_CHUNK_H_

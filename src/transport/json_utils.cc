@@ -1,0 +1,44 @@
+// Reading of JSON without jsoncpp's surprises: it throws on kinds that do not fit, and out of the parser when a text is
+// nested too deeply. Touches nothing.
+#include "internal/json_utils.h"
+
+namespace varnkivo {
+
+bool ParseJson(const std::string& text, Json::Value& out) {
+// Json::Reader rather than its successor: it refuses a byte order mark and trailing commas.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  Json::Reader reader;
+  try {
+    return reader.parse(text, out, true);
+  } catch (const Json::RuntimeError&) {
+    return false;
+  }
+#pragma GCC diagnostic pop
+}
+
+std::optional<std::string> TextMember(const Json::Value& object, const char* name) {
+  const Json::Value& value = object[name];
+  if (value.isObject() || value.isArray()) return std::nullopt;
+  std::string text = value.asString();
+  if (text.find('\0') != std::string::npos) return std::nullopt;
+  return text;
+}
+
+std::optional<bool> ToBool(const Json::Value& value) {
+  if (value.isBool()) return value.asBool();
+  const std::string text = value.isInt() || value.isString() ? value.asString() : std::string();
+  if (text == "true" || text == "yes" || text == "1") return true;
+  if (text == "false" || text == "no" || text == "0") return false;
+  return std::nullopt;
+}
+
+const char* StringOrNull(const Json::Value& object, const char* name) {
+  if (!HasMember(object, name)) return nullptr;
+  const Json::Value& value = object[name];
+  return value.isString() ? value.asCString() : nullptr;
+}
+
+bool HasMember(const Json::Value& value, const char* name) { return value.isObject() && value.isMember(name); }
+
+}  // namespace varnkivo
