@@ -15,8 +15,8 @@ class UserImpl;
 /// Reads and writes "/usr/varn/etc/varnholt-account/private/user.conf" (0600, owner 934:934) directly: nothing is kept
 /// in memory, processes see each other's writes at once, one key is one atomic write. Under another effective id than 0
 /// and 934 each access raises the effective ids of the whole process to 0 and restores them.
-/// A missing file, key or value reads as the default: empty, false, 0, unless noted. A text longer than 2047 bytes reads
-/// back cut. Getters throw KivoException 6 when the ids cannot be raised; setters also 19 when the write fails.
+/// A missing file, key or value reads as the default: empty, false, 0, unless noted. A text longer than 2047 bytes
+/// reads back cut. Getters throw KivoException 6 when the ids cannot be raised; setters also 19 when the write fails.
 class KIVO_API User {
  public:
   User();

@@ -1,7 +1,8 @@
 // Exported functions and records of libvarnkivo.so.1.
 // Unless a function says otherwise it returns 0 on success and -1 on failure, and leaves a KIVO_ERRCODE in the one
 // last-error slot of the process (VARNKIVOErrGet). No exception leaves any of them. Calls are synchronous; each is safe
-// on a thread of its own except for the slot and for the process-wide effective ids and umask, which some change briefly.
+// on a thread of its own except for the slot and for the process-wide effective ids and umask, which some change
+// briefly.
 #ifndef VARNKIVO_VARNKIVO_H_
 #define VARNKIVO_VARNKIVO_H_
 
@@ -57,7 +58,7 @@ typedef enum KIVO_ERRCODE {
 
 /// One row of gErrorCodeMap: an error string of the account centre and the code it stands for.
 struct _tag_kivo_error_code_row_ {
-  const char *key;  ///< matched as a prefix; null in the last row
+  const char* key;  ///< matched as a prefix; null in the last row
   int code;
 };
 
@@ -69,24 +70,24 @@ KIVO_API int VARNKIVOErrSet(int code);
 /// The last-error slot: one integer for the whole process, not per thread. Read it right after the failing call.
 KIVO_API int VARNKIVOErrGet(void);
 /// A short English message, never null, not to be freed. Codes without one of their own give "System error".
-KIVO_API const char *GetKivoErrorMsg(int code);
+KIVO_API const char* GetKivoErrorMsg(int code);
 /// Writes the message of `code` and a newline to standard error; nothing for 0.
 KIVO_API void printErrCode(int code);
 /// Code of an account-centre error string: first row whose key begins `error`, else (also for null) 24.
-KIVO_API int GetErrorCodeFromAccountError(const char *error);
+KIVO_API int GetErrorCodeFromAccountError(const char* error);
 /// As GetErrorCodeFromAccountError, and stores the code in the slot.
-KIVO_API int MapLibKivoCenterErrorCode(const char *error);
+KIVO_API int MapLibKivoCenterErrorCode(const char* error);
 /// Code of the platform cloud service's last error; leaves the slot alone.
 KIVO_API int GetErrorCodeFromCloudService(void);
 
 /// A request to one of the hosts. Filled by the caller, who keeps owning everything in it.
 struct _tag_libkivo_varn_request_ {
-  const char *host;           ///< scheme and host without trailing slash; https only
-  const char *path;           ///< appended after a "/"
-  struct VLIBSzHash *params;  ///< name/value pairs, sent in enumeration order; may be null
-  int method;                 ///< 1: GET, parameters in the URL; else POST, parameters in the body
-  int quick;                  ///< non-zero: 2 attempts of 15 s; zero: 3 attempts of 120 s
-  char account_id[4096];      ///< sent as "kivoID" unless empty
+  const char* host;             ///< scheme and host without trailing slash; https only
+  const char* path;             ///< appended after a "/"
+  struct VLIBSzHash* params;    ///< name/value pairs, sent in enumeration order; may be null
+  int method;                   ///< 1: GET, parameters in the URL; else POST, parameters in the body
+  int quick;                    ///< non-zero: 2 attempts of 15 s; zero: 3 attempts of 120 s
+  char account_id[4096];        ///< sent as "kivoID" unless empty
   char account_password[4096];  ///< sent as "kivoPW" unless empty
 };
 
@@ -94,41 +95,43 @@ struct _tag_libkivo_varn_request_ {
 struct _tag_libkivo_varn_response_ {
   int curl_code;     ///< last libcurl result, 0 when none failed
   long http_status;  ///< 0 when none was obtained
-  char *body;        ///< white space trimmed at both ends; null when none
+  char* body;        ///< white space trimmed at both ends; null when none
 };
 
 /// Sends `request` with the device's serial number and device token. Status 200 and 400 are successes with a body;
 /// anything else is -1. `headers` are extra header lines, owned by the caller (may be null); an empty entry is appended
 /// to a list given. Name-resolution failures and time-outs are tried again after a second. https only, at most 5
-/// redirects, at most 16 MiB of body. Codes: 1 null argument, 6 out of memory, 4 everything else. The slot is not reset.
-KIVO_API int VARNKIVOHttpsRequestSendWithHeader(struct _tag_libkivo_varn_request_ *request,
-                                                struct _tag_libkivo_varn_response_ *response,
-                                                struct curl_slist *headers);
+/// redirects, at most 16 MiB of body. Codes: 1 null argument, 6 out of memory, 4 everything else. The slot is not
+/// reset.
+KIVO_API int VARNKIVOHttpsRequestSendWithHeader(struct _tag_libkivo_varn_request_* request,
+                                                struct _tag_libkivo_varn_response_* response,
+                                                struct curl_slist* headers);
 /// VARNKIVOHttpsRequestSendWithHeader without extra headers.
-KIVO_API int VARNKIVOHttpsRequestSend(struct _tag_libkivo_varn_request_ *request,
-                                      struct _tag_libkivo_varn_response_ *response);
+KIVO_API int VARNKIVOHttpsRequestSend(struct _tag_libkivo_varn_request_* request,
+                                      struct _tag_libkivo_varn_response_* response);
 /// Frees the body and zeroes body and status. Accepts null and a response already freed.
-KIVO_API void VARNKIVOHttpsResponseFree(struct _tag_libkivo_varn_response_ *response);
+KIVO_API void VARNKIVOHttpsResponseFree(struct _tag_libkivo_varn_response_* response);
 /// Writes the user-agent text into `size` bytes. Code 1 for a null buffer or size below 1; a platform that has no text
 /// is only logged: the result is 0 and the buffer stays as it was.
-KIVO_API int VARNKIVOUserAgentNameGet(char *buf, int size);
+KIVO_API int VARNKIVOUserAgentNameGet(char* buf, int size);
 
-/// Fills `config`, 4096 bytes: payment host in the first 2048, account host in the second. Code 1 for null, else that of
-/// the failure.
-KIVO_API int VARNKIVOServerConfigGet(char *config);
+/// Fills `config`, 4096 bytes: payment host in the first 2048, account host in the second. Code 1 for null, else that
+/// of the failure.
+KIVO_API int VARNKIVOServerConfigGet(char* config);
 /// Writes the payment host into `url`, 2048 bytes.
-KIVO_API int VARNPaymentConfigGet(char *url);
+KIVO_API int VARNPaymentConfigGet(char* url);
 
 /// Reads the device's serial number into `size` bytes (36 hold any). -1 when unreadable or when it does not begin with
 /// an ASCII letter or digit; the slot is not touched.
-KIVO_API int VARNKIVOGetSerialNumber(char *serial, size_t size);
+KIVO_API int VARNKIVOGetSerialNumber(char* serial, size_t size);
 /// Derives the device token from serial, account identifier and password (the last two may be null). `serial` is filled
 /// when empty; `token` receives 32 lowercase hexadecimal digits and a NUL. The slot is not touched.
-KIVO_API int VARNKIVOGenerateToken(const char *accountId, const char *password, char *serial, size_t serialSize,
-                                   char *token, size_t tokenSize);
+KIVO_API int VARNKIVOGenerateToken(const char* accountId, const char* password, char* serial, size_t serialSize,
+                                   char* token, size_t tokenSize);
 /// Writes the MD5 digest of `text` as 32 lowercase hexadecimal digits and a NUL. `hex` must hold 33 bytes although
-/// `size` is refused only below 32; `size` bytes are zeroed first. -1 for null or a short buffer; the slot is not touched.
-KIVO_API int KivoGetMd5String(const char *text, char *hex, int size);
+/// `size` is refused only below 32; `size` bytes are zeroed first. -1 for null or a short buffer; the slot is not
+/// touched.
+KIVO_API int KivoGetMd5String(const char* text, char* hex, int size);
 
 /// The signed-in account as fixed-size texts. Other programs share this layout: order and sizes never change.
 struct _tag_kivo_INFO_ {
@@ -152,10 +155,10 @@ struct _tag_kivo_INFO_ {
 
 /// Copies the account record into `info`; a text longer than its field is cut. Code 1 null, 3 nobody signed in (no auth
 /// key or no user id), 6 privileges; `info` is then untouched. Success sets the slot to 0.
-KIVO_API int VARNKIVOAccountGet(struct _tag_kivo_INFO_ *info);
+KIVO_API int VARNKIVOAccountGet(struct _tag_kivo_INFO_* info);
 /// Writes e-mail, auth key and user id, and the profile too when `lastQueryTime` is above 0. A failing write stops it;
 /// what was written before stays. Code 1 null, 6 privileges, 19 not written. Success sets the slot to 0.
-KIVO_API int VARNKIVOAccountSet(const struct _tag_kivo_INFO_ *info);
+KIVO_API int VARNKIVOAccountSet(const struct _tag_kivo_INFO_* info);
 /// Deletes the account record in a child process, firing the "kivo/logout" plug-ins before and after. Returns the
 /// child's wait status, which is the same on success and failure, or -1 when no child could be started or waited for.
 KIVO_API int VARNKIVOAccountRemove(void);
@@ -174,32 +177,32 @@ KIVO_API bool VARNKIVOAccountUnregisterCrond(void);
 
 extern "C" {
 
-/// Repairs the device's API key after the account centre answered with `error`. "apikey_not_found": registers a new key,
-/// stores it as result["api_key"] and returns 0: send again with it. Everything else returns -1 with the error's code in
-/// the slot, "apikey_expired" after asking the cloud service to act; null is code 1.
-KIVO_API int VARNKIVOHandleApiKeyError(Json::Value &result, const char *error);
+/// Repairs the device's API key after the account centre answered with `error`. "apikey_not_found": registers a new
+/// key, stores it as result["api_key"] and returns 0: send again with it. Everything else returns -1 with the error's
+/// code in the slot, "apikey_expired" after asking the cloud service to act; null is code 1.
+KIVO_API int VARNKIVOHandleApiKeyError(Json::Value& result, const char* error);
 
 /// Signs the device in with e-mail and password, stores user id and auth key, registers the report job, queries the
 /// profile and fires the "kivo/login" plug-ins. `verifyOnly` stops after the server's yes and changes nothing.
 /// `response` receives the server's reply, also on failure as far as it was parsed. Codes: 1 null argument, 2 reply not
 /// JSON, 4 not sent, 5 reply without "code", 6 memory or privileges, 8 serial, 19 record, 20 MAC, 23 hosts, else the
 /// server's answer or the cloud service's. A failing plug-in kit is -1 with the slot as it was.
-KIVO_API int VARNKIVOAccountLogin(const char *email, const char *password, Json::Value &response, bool verifyOnly);
+KIVO_API int VARNKIVOAccountLogin(const char* email, const char* password, Json::Value& response, bool verifyOnly);
 /// Signs the device in with a user id and auth key already known, checked by querying the account.
 /// WARNING: any failure of that query, a network failure included, deletes the account record, also an earlier
 /// account's; and within 5 minutes of a query the check is answered from the record, so that a wrong key passes.
 /// `response` receives "email", "auth_key" and "activated". Codes: 1 null, 6 privileges, 14 query failed, 19 record.
-KIVO_API int VARNKIVOAccountLoginByKey(const char *userId, const char *authKey, Json::Value &response);
+KIVO_API int VARNKIVOAccountLoginByKey(const char* userId, const char* authKey, Json::Value& response);
 /// Signs the device in with an access token of the identity host; else as VARNKIVOAccountLogin. An unreadable time zone
 /// is -1 with the slot at 0, time-zone information without an IANA name is code 6.
-KIVO_API int VARNKIVOAccountOauthLogin(Json::Value &response, const char *accessToken);
+KIVO_API int VARNKIVOAccountOauthLogin(Json::Value& response, const char* accessToken);
 
 /// Fills `out` with the signed-in account's profile, after asking the server when the stored one is a day old, or 5
 /// minutes old with `forceRefresh`. Waits up to 30 s for a lock (-1 with the slot as it was), then 3 attempts of 120 s
 /// (`shortTimeout`: 2 of 15 s). Returns 0, or -1 with `out` untouched; codes: 2 reply not JSON, 3 nobody signed in or
 /// the server refuses the auth key (the record is removed then), 4 not sent, 5 reply incomplete or of the wrong types,
 /// 6 memory or privileges, 8 serial, 19 record not written, 23 hosts, else the server's answer.
-KIVO_API int VARNKIVOAccountQueryInfo(Json::Value &out, bool forceRefresh, bool shortTimeout);
+KIVO_API int VARNKIVOAccountQueryInfo(Json::Value& out, bool forceRefresh, bool shortTimeout);
 
 }  // extern "C"
 #endif

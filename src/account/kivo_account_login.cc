@@ -104,8 +104,12 @@ int VARNKIVOAccountLogin(const char* email, const char* password, Json::Value& r
     const std::string mac = op.MacAddress();
     const std::string apiKey = op.ApiKey();
     Request request(op, server.account, "device/api/password_login");
-    request.Set("type", "acnt_pw_apikey").Set("email", email).Set("passwd", password).Set("serial_no", serial)
-        .Set("api_key", apiKey).Set("mac", mac);
+    request.Set("type", "acnt_pw_apikey")
+        .Set("email", email)
+        .Set("passwd", password)
+        .Set("serial_no", serial)
+        .Set("api_key", apiKey)
+        .Set("mac", mac);
     const char* body = Exchange(op, request, response);
     if (VARNKIVOErrGet() != KIVO_ERR_SUCCESS)
       op.Stop(kKeepCode, "Failed to login %s, resp=%s", Redact(email).c_str(), Redact(body).c_str());
@@ -158,11 +162,14 @@ int VARNKIVOAccountOauthLogin(Json::Value& response, const char* accessToken) {
     const std::string language = SystemLanguage();
     const std::string zone = op.TimeZoneName();
     Request request(op, server.account, "good/user/launch");
-    request.Set("language", language).Set("access_token", accessToken).Set("timezone", zone)
-        .Set("api_key", apiKey).Set("mac", mac).Set("serial_no", serial);
+    request.Set("language", language)
+        .Set("access_token", accessToken)
+        .Set("timezone", zone)
+        .Set("api_key", apiKey)
+        .Set("mac", mac)
+        .Set("serial_no", serial);
     const char* body = Exchange(op, request, response);
-    if (VARNKIVOErrGet() != KIVO_ERR_SUCCESS)
-      op.Stop(kKeepCode, "Failed to login, resp=%s", Redact(body).c_str());
+    if (VARNKIVOErrGet() != KIVO_ERR_SUCCESS) op.Stop(kKeepCode, "Failed to login, resp=%s", Redact(body).c_str());
     const Identity identity = IdentityFromReply(op, response);
     StoreIdentity(op, identity);
     RegisterReportJob(op);

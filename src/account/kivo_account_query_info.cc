@@ -21,10 +21,18 @@ constexpr const char* kSource = "kivo_account_query_info";
 constexpr unsigned int kLockSeconds = 30;
 constexpr std::uint64_t kOneDay = 86399, kFiveMinutes = 300;  // seconds
 
-constexpr const char* kRequiredMembers[] = {
-    "code",     "email", "full_name",        "country",               "timezone",
-    "notify_language", "activated", "disabled", "enews", "critical_release", "enews_local_promotion",
-    "critical_version_list"};
+constexpr const char* kRequiredMembers[] = {"code",
+                                            "email",
+                                            "full_name",
+                                            "country",
+                                            "timezone",
+                                            "notify_language",
+                                            "activated",
+                                            "disabled",
+                                            "enews",
+                                            "critical_release",
+                                            "enews_local_promotion",
+                                            "critical_version_list"};
 
 /// An answer, converted.
 struct Profile {

@@ -48,7 +48,7 @@ int VARNKIVOAccountGet(_tag_kivo_INFO_* info) {
     try {
       _tag_kivo_INFO_ filled = *info;
       Fill(filled);
-      *info = filled;  // all of it or nothing
+      *info = filled;                                 // all of it or nothing
     } catch (const varnkivo::KivoException& error) {  // nobody signed in is no fault worth a log line
       VARNKIVOErrSet(error.GetCode());
       return -1;

@@ -11,9 +11,9 @@ namespace {
 
 std::atomic<int> gLastError{KIVO_ERR_SUCCESS};
 
-constexpr int kCloudServiceCodes[] = {
-    KIVO_ERR_SUCCESS, KIVO_ERR_NETWORK, KIVO_ERR_UNKNOWN, KIVO_ERR_UNKNOWN, KIVO_ERR_UNKNOWN,
-    KIVO_ERR_UNKNOWN, KIVO_ERR_UNKNOWN, KIVO_ERR_UNKNOWN, KIVO_ERR_UNKNOWN, KIVO_ERR_INVALID_MACHINE};
+constexpr int kCloudServiceCodes[] = {KIVO_ERR_SUCCESS, KIVO_ERR_NETWORK,        KIVO_ERR_UNKNOWN, KIVO_ERR_UNKNOWN,
+                                      KIVO_ERR_UNKNOWN, KIVO_ERR_UNKNOWN,        KIVO_ERR_UNKNOWN, KIVO_ERR_UNKNOWN,
+                                      KIVO_ERR_UNKNOWN, KIVO_ERR_INVALID_MACHINE};
 
 }  // namespace
 
@@ -43,15 +43,24 @@ int VARNKIVOErrGet(void) { return gLastError.load(std::memory_order_relaxed); }
 
 const char* GetKivoErrorMsg(int code) {
   switch (code) {
-    case KIVO_ERR_SUCCESS: return "Success";
-    case KIVO_ERR_BAD_PARAM: return "Wrong parameters";
-    case KIVO_ERR_BAD_JSON: return "Wrong JSON format";
-    case KIVO_ERR_NO_ACCOUNT: return "Failed to get kivo account";
-    case KIVO_ERR_SEND: return "Failed to send the request";
-    case KIVO_ERR_RESPONSE: return "Failed to get the response";
-    case KIVO_ERR_PAYMENT_CONFIG: return "Failed to get the payment config (url)";
-    case KIVO_ERR_AUTH: return "Failed to auth";
-    default: return "System error";
+    case KIVO_ERR_SUCCESS:
+      return "Success";
+    case KIVO_ERR_BAD_PARAM:
+      return "Wrong parameters";
+    case KIVO_ERR_BAD_JSON:
+      return "Wrong JSON format";
+    case KIVO_ERR_NO_ACCOUNT:
+      return "Failed to get kivo account";
+    case KIVO_ERR_SEND:
+      return "Failed to send the request";
+    case KIVO_ERR_RESPONSE:
+      return "Failed to get the response";
+    case KIVO_ERR_PAYMENT_CONFIG:
+      return "Failed to get the payment config (url)";
+    case KIVO_ERR_AUTH:
+      return "Failed to auth";
+    default:
+      return "System error";
   }
 }
 

@@ -16,10 +16,10 @@ struct SecretName {
   std::size_t shown;  // how many characters of the value may be seen
 };
 
-constexpr SecretName kSecretNames[] = {
-    {"access_token", kShown}, {"id_token", kShown}, {"refresh_token", kShown}, {"auth_key", kShown},
-    {"code_verifier", kShown}, {"api_key", kShown}, {"grant_code", kShown}, {"lu_token", kShown},
-    {"passwd", 0}, {"passwd_new", 0}, {"passwd_confirmation", 0}, {"kivoPW", 0}};
+constexpr SecretName kSecretNames[] = {{"access_token", kShown}, {"id_token", kShown},       {"refresh_token", kShown},
+                                       {"auth_key", kShown},     {"code_verifier", kShown},  {"api_key", kShown},
+                                       {"grant_code", kShown},   {"lu_token", kShown},       {"passwd", 0},
+                                       {"passwd_new", 0},        {"passwd_confirmation", 0}, {"kivoPW", 0}};
 
 bool IsNameCharacter(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
 
@@ -53,9 +53,12 @@ std::size_t QuotedEnd(std::string_view text, std::size_t at, std::size_t quoting
 std::size_t NestedEnd(std::string_view text, std::size_t at) {
   int depth = 0;
   for (; at < text.size(); ++at) {
-    if (text[at] == '"') at = QuotedEnd(text, at + 1, 0);
-    else if (text[at] == '[' || text[at] == '{') ++depth;
-    else if ((text[at] == ']' || text[at] == '}') && --depth == 0) return at + 1;
+    if (text[at] == '"')
+      at = QuotedEnd(text, at + 1, 0);
+    else if (text[at] == '[' || text[at] == '{')
+      ++depth;
+    else if ((text[at] == ']' || text[at] == '}') && --depth == 0)
+      return at + 1;
   }
   return text.size();
 }

@@ -138,8 +138,7 @@ class Exchange {
     if (result == CURLE_OK) result = Set(CURLOPT_SSL_VERIFYHOST, 2L);
     if (result == CURLE_OK) result = Set(CURLOPT_CAINFO, kTrustStore);
     if (result == CURLE_OK) result = Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1));
-    if (result != CURLE_OK)
-      Fail(__LINE__, "Failed to set curl opt error:(%d)%s", result, curl_easy_strerror(result));
+    if (result != CURLE_OK) Fail(__LINE__, "Failed to set curl opt error:(%d)%s", result, curl_easy_strerror(result));
   }
 
   void SetTimeOuts() {

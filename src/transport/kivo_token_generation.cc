@@ -21,13 +21,11 @@ namespace varnkivo {
 namespace {
 
 constexpr const char* kSource = "kivo_token_generation";
-constexpr int kHexSize = 33;              // 32 digits and a NUL
+constexpr int kHexSize = 33;                // 32 digits and a NUL
 constexpr std::size_t kMostCurrent = 4095;  // characters of the text that is hashed first in a round
 constexpr std::size_t kMostJoined = 4128;   // characters of that text and its digest
 
-bool IsAsciiLetterOrDigit(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
+bool IsAsciiLetterOrDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
 bool CheckSerial(const char* serial) {
   if (IsAsciiLetterOrDigit(*serial)) return true;
@@ -120,7 +118,8 @@ int KivoGetMd5String(const char* text, char* hex, int size) {
   unsigned char digest[MD5_DIGEST_LENGTH];
   if (MD5_Init(&context) < 1 || MD5_Update(&context, text, strlen(text)) < 1 || MD5_Final(digest, &context) < 1)
     return -1;
-  for (int i = 0; i < MD5_DIGEST_LENGTH; ++i) std::snprintf(hex + 2 * i, 3, "%02x", digest[i]);  // the last NUL: byte 32
+  for (int i = 0; i < MD5_DIGEST_LENGTH; ++i)
+    std::snprintf(hex + 2 * i, 3, "%02x", digest[i]);  // the last NUL: byte 32
   return 0;
 }
 

@@ -35,8 +35,8 @@ void Operation::StopFor(const KivoException& error, const char* format, int line
 std::string Operation::SerialNumber(int line) const {
   char serial[36] = {};
   if (VLIBGetSerialNumber(serial, sizeof serial) < 0)
-    Stop({KIVO_ERR_SERIAL, line}, "Failed to get serial number, err=[0x%04X %s:%d]", VLIBCErrGet(),
-         VLIBCErrorGetFile(), VLIBCErrorGetLine());
+    Stop({KIVO_ERR_SERIAL, line}, "Failed to get serial number, err=[0x%04X %s:%d]", VLIBCErrGet(), VLIBCErrorGetFile(),
+         VLIBCErrorGetLine());
   return serial;
 }
 
