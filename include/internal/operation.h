@@ -60,7 +60,10 @@ class Request {
   ~Request();
 
   /// A name set before keeps its place and gets the new value.
-  Request& Set(const char* name, const std::string& value, int line = __builtin_LINE());
+  Request& Set(const char* name, const char* value, int line = __builtin_LINE());
+  Request& Set(const char* name, const std::string& value, int line = __builtin_LINE()) {
+    return Set(name, value.c_str(), line);
+  }
   Request& Quick(bool quick);
   /// POSTs and returns the body, which lives until the next Send.
   const char* Send(int line = __builtin_LINE());

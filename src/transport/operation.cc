@@ -96,8 +96,8 @@ Request::Request(const Operation& operation, const char* host, const char* path,
 
 Request::~Request() { VARNKIVOHttpsResponseFree(&response_); }
 
-Request& Request::Set(const char* name, const std::string& value, int line) {
-  if (VLIBCSzHashSetValue(parameters_.get(), name, value.c_str()) < 0)
+Request& Request::Set(const char* name, const char* value, int line) {
+  if (VLIBCSzHashSetValue(parameters_.get(), name, value) < 0)
     operation_.Stop({KIVO_ERR_SYSTEM, line}, "Failed to alloc https request, err=[0x%04X %s:%d]", VLIBCErrGet(),
                     VLIBCErrorGetFile(), VLIBCErrorGetLine());
   return *this;
