@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "internal/account_files.h"
 
@@ -17,7 +18,8 @@ void LogSwitch(bool done, Site site, const char* call, unsigned int id) {
   if (done) {
     LogAt(LOG_AUTH | LOG_DEBUG, site, "WARNING: set%s(%d, %d, %d)", call, kKeep, static_cast<int>(id), kKeep);
   } else {
-    LogAt(LOG_AUTH | LOG_ERR, site, "ERROR: set%s(%d, %d, %d) [%m]", call, kKeep, static_cast<int>(id), kKeep);
+    LogAt(LOG_AUTH | LOG_ERR, site, "ERROR: set%s(%d, %d, %d) [%s]", call, kKeep, static_cast<int>(id), kKeep,
+          std::strerror(errno));
   }
 }
 

@@ -56,6 +56,8 @@ void MakePrivate() {
 }
 
 bool Write(const char* key, const std::string& value) {
+  if (value.size() >= kValueSize)
+    LogError(WriteSite(), "Value of %s is longer than %zu bytes and will be read back cut", key, kValueSize - 1);
   const bool hasNul = value.find('\0') != std::string::npos;  // a C text would lose what follows it
   if (!hasNul && VLIBCFileSetKeyValue(kRecordFile, key, value.c_str(), "%s=\"%s\"\n") >= 0) return true;
   LogError(WriteSite(), "Failed to set kivo config for %s:%s", key, LoggedValue(key, value).c_str());

@@ -9,10 +9,8 @@
 
 #if defined(__GNUC__)
 #define VARN_PLATFORM_API __attribute__((visibility("default")))
-#define VARN_PLATFORM_NULL_ENDED __attribute__((sentinel))
 #else
 #define VARN_PLATFORM_API
-#define VARN_PLATFORM_NULL_ENDED
 #endif
 
 #ifdef __cplusplus
@@ -200,10 +198,10 @@ VARN_PLATFORM_API pid_t VLIBCProcFork(void);
 /** Runs `program` (a path) with the arguments after argv[0], ended by a null, and waits. Bit 0 of `flags`: the child's
  * real, effective and saved ids are raised to 0 first; other bits are the device's own. The child inherits no
  * descriptor but 0, 1 and 2. Its exit status 0..255; fails where it could not be started or was ended by a signal. */
-VARN_PLATFORM_API int VLIBCExecl(const char* program, int flags, const char* arg, ...) VARN_PLATFORM_NULL_ENDED;
+VARN_PLATFORM_API int VLIBCExecl(const char* program, int flags, const char* arg, ...);
 /** A pipe from (`mode` "r") or to ("w") a program started likewise, without a shell. Null: not started. */
 VARN_PLATFORM_API FILE* VLIBCPopen(const char* program, const char* mode, const char* arg,
-                                   ...) VARN_PLATFORM_NULL_ENDED;
+                                   ...);
 /** Closes the pipe and waits. The program's exit status 0..255, or fails as VLIBCExecl does. */
 VARN_PLATFORM_API int VLIBCPclose(FILE* pipe);
 
