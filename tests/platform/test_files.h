@@ -1,0 +1,69 @@
+// Files and processes for the tests of the platform. Everything runs inside the sandbox, as root.
+#ifndef VARN_TESTS_PLATFORM_TEST_FILES_H
+#define VARN_TESTS_PLATFORM_TEST_FILES_H
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <varn/platform.h>
+
+inline std::string Slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline void Spill(const std::string& path, const std::string& text, mode_t mode = 0644) {
+  unlink(path.c_str());
+  std::ofstream(path, std::ios::binary) << text;
+  chmod(path.c_str(), mode);
+}
+
+/// "640 934:934", or "" where there is no such file.
+inline std::string ModeAndOwner(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0) return {};
+  char mode[16];
+  std::snprintf(mode, sizeof mode, "%o ", status.st_mode & 07777u);
+  return mode + std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid);
+}
+
+/// A new directory below /tmp, gone with its content at the end.
+class TempDir {
+ public:
+  TempDir() {
+    char name[] = "/tmp/platform-XXXXXX";
+    path_ = mkdtemp(name);
+  }
+  ~TempDir() { VLIBCExecl("/bin/rm", 0, "-rf", path_.c_str(), static_cast<char*>(nullptr)); }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  const std::string& Path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+/// Runs `body` in a child that ends with its result; the child's process id.
+template <class Body>
+pid_t InChild(Body body) {
+  const pid_t pid = VLIBCProcFork();
+  if (pid == 0) _exit(body());
+  return pid;
+}
+
+/// The child's exit status, or minus the signal that ended it.
+inline int Await(pid_t pid) {
+  int status = 0;
+  if (waitpid(pid, &status, 0) != pid) return -1000;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+/// Becomes the account service for good.
+inline bool BecomeAccountService() { return setresgid(934, 934, 934) == 0 && setresuid(934, 934, 934) == 0; }
+
+#endif  // VARN_TESTS_PLATFORM_TEST_FILES_H
