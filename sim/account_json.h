@@ -1,0 +1,15 @@
+// Accounts as JSON, for the control interface and account files.
+#pragma once
+
+#include <json/json.h>
+
+#include "sim/account.h"
+
+namespace kivosim {
+
+/// Reads {"email", "password", "user_id", ...}; these three are required, the rest has the defaults of Account. Throws
+/// std::runtime_error for a member that is unknown or of the wrong type.
+Account AccountFromJson(const Json::Value& json);
+Json::Value AccountToJson(const Account& account);
+
+}  // namespace kivosim

@@ -1,0 +1,35 @@
+// The faults that wait to strike. Thread-safe. A fault with a count stays at the head of its queue until the count is
+// used up; one without end (-1) hides everything queued behind it.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "sim/fault.h"
+
+namespace kivosim {
+
+class FaultQueue {
+ public:
+  void Push(const std::string& path, Fault fault);  ///< a path without a leading "/" gets one; "*" is any path
+  void Push(ConnectionFault fault);
+  /// What strikes the next request for `path`: from its own queue, else from that of "*".
+  std::optional<Fault> Take(const std::string& path);
+  std::optional<ConnectionFault> TakeForConnection();
+  std::size_t Pending() const;
+  void Clear();
+
+ private:
+  mutable std::mutex mutex_;
+  std::map<std::string, std::deque<Fault>> byPath_;
+  std::deque<ConnectionFault> forConnections_;
+};
+
+/// "device/api/x" and "/device/api/x" are the same path; "*" stays.
+std::string NormalPath(const std::string& path);
+
+}  // namespace kivosim

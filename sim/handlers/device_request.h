@@ -1,0 +1,30 @@
+// The checks that all requests of the older account interface share: method, content type, the exact parameters in
+// their exact order, and the device token. What fails here is the client's fault and becomes a complaint.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "sim/cloud_state.h"
+#include "sim/handlers/routes.h"
+#include "sim/message.h"
+
+namespace kivosim {
+
+struct Parameter {
+  enum Kind { kFilled, kMayBeEmpty, kOptional };
+  std::string name;
+  Kind kind = kFilled;
+  std::string value = {};  ///< not empty: the only value allowed
+};
+
+/// A handler that first checks the request: POST, a form body, "lu_sn", "lu_token", possibly "kivoID" and "kivoPW",
+/// then `parameters` in this order and nothing else, "serial_no" (where it is one of them) equal to "lu_sn", the token
+/// right. Form faults are answered "badparam", a wrong token "badauth".
+Handler DeviceHandler(std::vector<Parameter> parameters, std::function<Response(const Request&, CloudState&)> answer);
+
+/// {"code":CODE}; status 200 for "good", else 400, which is how the account host marks a refusal.
+Response CodeAnswer(const std::string& code);
+
+}  // namespace kivosim

@@ -1,0 +1,37 @@
+// Which function answers which path of which host. A path of the cloud is one file in this folder with one function
+// that adds its routes, and one line in routes.cc. Handlers hold no state of their own.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "sim/cloud_state.h"
+#include "sim/message.h"
+
+namespace kivosim {
+
+enum class HostFamily { kAccount, kIdentity, kPayment };
+
+/// An answer, and what is wrong with the request ("" when nothing is).
+struct Reply {
+  Response response;
+  std::string complaint = {};
+};
+
+using Handler = std::function<Reply(const Request&, CloudState&)>;
+
+struct Route {
+  HostFamily family;
+  std::string path;
+  Handler handler;
+};
+
+/// Answers by the table. An unknown host or path is a complaint, and answered 404.
+Reply Dispatch(const Request& request, CloudState& state);
+
+void AddPasswordLogin(std::vector<Route>& routes);
+void AddLaunch(std::vector<Route>& routes);
+void AddUserQuery(std::vector<Route>& routes);
+
+}  // namespace kivosim

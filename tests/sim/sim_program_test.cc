@@ -1,0 +1,220 @@
+// The program: its ready line, its way of ending, its command line, and the control interface.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "sim/curl_client.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+Json::Value Parse(const std::string& text) {
+  Json::Value value;
+  std::istringstream(text) >> value;
+  return value;
+}
+
+/// Starts the program and waits for its first line of output.
+class Program {
+ public:
+  explicit Program(std::vector<std::string> arguments) {
+    int out[2];
+    EXPECT_EQ(0, pipe(out));
+    arguments.insert(arguments.begin(), VARNKIVO_SIM_PROGRAM);
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    pid_ = fork();
+    if (pid_ == 0) {
+      dup2(out[1], 1);
+      dup2(out[1], 2);
+      execv(pointers[0], pointers.data());
+      _exit(127);
+    }
+    close(out[1]);
+    output_ = fdopen(out[0], "r");
+    line = ReadLine();
+  }
+  ~Program() {
+    if (pid_ > 0) End(SIGKILL);
+    fclose(output_);
+  }
+  std::string ReadLine() {
+    std::string text;
+    for (int c = fgetc(output_); c != EOF && c != '\n'; c = fgetc(output_)) text += static_cast<char>(c);
+    return text;
+  }
+  /// Exit status, or -1 when a signal ended it.
+  int End(int signal) {
+    if (signal) kill(pid_, signal);
+    int status = 0;
+    EXPECT_EQ(pid_, waitpid(pid_, &status, 0));
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  std::string line;
+
+ private:
+  pid_t pid_;
+  FILE* output_;
+};
+
+const std::string kLogin =
+    "lu_sn=2130KVN004211&lu_token=430450fef2cf32aad9ad39f451c755a5&type=acnt_pw_apikey&email=ann%40example.com"
+    "&passwd=correct%20horse&serial_no=2130KVN004211&api_key=k1&mac=02";
+
+class Sim {
+ public:
+  explicit Sim(std::vector<std::string> arguments = {}) : program(std::move(arguments)), ready(Parse(program.line)) {}
+  Exchange Control(const std::string& method, const std::string& path, const std::string& body = "") {
+    const CurlOptions options{{}, 5000, "", 0, method};
+    const std::string url = ready["control"].asString() + path;
+    return method == "GET" ? Get(url, options) : Post(url, body, options);
+  }
+  std::string Login(const std::string& body = kLogin) {
+    CurlOptions options;
+    options.caFile = ready["ca"].asString();
+    const Exchange exchange = Post("https://account.kivo.example/device/api/password_login", body, options);
+    return exchange.curlCode ? "curl " + std::to_string(exchange.curlCode) : Parse(exchange.body)["code"].asString();
+  }
+  Program program;
+  Json::Value ready;
+};
+
+TEST(SimProgram, SaysWhenItIsReadyAndEndsCleanlyOnASignal) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    const auto start = std::chrono::steady_clock::now();
+    Sim sim;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_TRUE(sim.ready["ready"].asBool());
+    EXPECT_EQ(443, sim.ready["port"].asInt());
+    ASSERT_EQ(1u, sim.ready["accounts"].size());
+    EXPECT_EQ("ann@example.com", sim.ready["accounts"][0].asString());
+    EXPECT_EQ("good", sim.Login());
+    EXPECT_EQ(0, sim.program.End(signal));
+    EXPECT_EQ("", sim.program.ReadLine());  // one line and no more
+    EXPECT_NE(0, access(sim.ready["ca"].asCString(), F_OK));
+  }
+}
+
+TEST(SimProgram, AccountsComeFromTheCommandLineAndFromAFile) {
+  std::ofstream("/tmp/accounts.json") << R"([{"email":"bob@example.com","password":"b:o:b","user_id":"7"}])";
+  Sim sim({"--account", "eve@example.com:p:w:8", "--accounts", "/tmp/accounts.json"});
+  const Json::Value accounts = Parse(sim.Control("GET", "/state").body)["accounts"];
+  ASSERT_EQ(2u, accounts.size());
+  EXPECT_EQ("eve@example.com", accounts[0]["email"].asString());
+  EXPECT_EQ("p:w", accounts[0]["password"].asString());
+  EXPECT_EQ("7", accounts[1]["user_id"].asString());
+}
+
+TEST(SimProgram, WithoutABundleTheCaIsTrustedByNobody) {
+  const std::string url = "https://account.kivo.example/";
+  Sim apart;
+  EXPECT_EQ(60, Get(url).curlCode);
+  apart.program.End(SIGTERM);
+  Sim trusted({"--trust-into"});
+  EXPECT_EQ(404, Get(url).status);
+}
+
+TEST(SimProgram, MistakesEndIt) {
+  std::ofstream("/tmp/bad.json") << R"([{"email":"a","password":"b","user_id":"c","colour":"red"}])";
+  const struct {
+    std::vector<std::string> arguments;
+    int status;
+    const char* message;
+  } rows[] = {{{"--nonsense"}, 2, "--nonsense"},
+              {{"--account", "a@b"}, 2, "\"a@b\" is not EMAIL:PASSWORD:ID"},
+              {{"--accounts", "/tmp/none.json"}, 2, "/tmp/none.json: cannot be read"},
+              {{"--accounts", "/tmp/bad.json"}, 2, "/tmp/bad.json: unknown member \"colour\""},
+              {{"--address", "nowhere"}, 1, "cannot listen on nowhere:443"},
+              {{"--trust-into", "/no/folder/x"}, 1, "/no/folder/x"},
+              {{"--version"}, 0, "varnkivo-sim 1."},
+              {{"--help"}, 0, "Stands in for"}};
+  for (const auto& row : rows) {
+    Program program(row.arguments);
+    EXPECT_THAT(program.line, HasSubstr(row.message));
+    EXPECT_EQ(row.status, program.End(0)) << row.message;
+  }
+}
+
+TEST(SimControl, CallsChangeWhatTheCloudAnswers) {
+  Sim sim;
+  const auto call = [&](const char* path, const char* body) {
+    const Exchange exchange = sim.Control("POST", path, body);
+    EXPECT_EQ("{\"ok\":true}\n", exchange.body) << path;
+    EXPECT_EQ(200, exchange.status);
+  };
+  EXPECT_EQ("good", sim.Login());
+  call("/forget-api-key", R"({"serial":"2130KVN004211"})");
+  EXPECT_EQ("apikey_not_found", sim.Login());
+  call("/register-api-key", R"({"serial":"2130KVN004211","key":"k1"})");
+  call("/expire-api-key", R"({"serial":"2130KVN004211"})");
+  EXPECT_EQ("apikey_expired", sim.Login());
+  call("/reset", "");
+  EXPECT_EQ("good", sim.Login());
+  call("/accounts", R"({"email":"ann@example.com","password":"correct horse","user_id":"1001","refusal":"badsys"})");
+  EXPECT_EQ("badsys", sim.Login());
+  call("/refuse-machine", R"({"serial":"2130KVN004211"})");
+  EXPECT_EQ("invalid_machine", sim.Login());
+  call("/faults", R"([{"path":"device/api/password_login","status":200,"body":"{\"code\":\"x\"}","times":2},
+                      {"connection":"certificate","certificate":"expired"}])");
+  EXPECT_EQ("curl 60", sim.Login());
+  EXPECT_EQ("x", sim.Login());
+  EXPECT_EQ(200, sim.Control("DELETE", "/faults").status);
+  EXPECT_EQ("invalid_machine", sim.Login());
+}
+
+TEST(SimControl, RevokedKeysAndTheJournalCanBeSeen) {
+  Sim sim;
+  EXPECT_EQ("good", sim.Login());
+  EXPECT_EQ("badparam", sim.Login("a=1"));
+  const Json::Value journal = Parse(sim.Control("GET", "/journal").body);
+  ASSERT_EQ(2u, journal.size());
+  EXPECT_EQ(kLogin, journal[0]["request"]["body"].asString());
+  EXPECT_EQ("request", journal[0]["kind"].asString());
+  EXPECT_THAT(journal[1]["complaint"].asString(), HasSubstr("lu_sn"));
+  EXPECT_EQ(0u, journal[0]["request"]["raw_base64"].asString().find("UE9TVCAvZGV2aWNlL2FwaS9wYXNzd29yZF9sb2dpbiBI"));
+  Json::Value state = Parse(sim.Control("GET", "/state").body);
+  EXPECT_EQ(1u, state["complaints"].size());
+  EXPECT_EQ(1u, state["accounts"][0]["auth_keys"].size());
+  EXPECT_EQ(200, sim.Control("POST", "/revoke", R"({"email":"ann@example.com"})").status);
+  EXPECT_EQ(200, sim.Control("DELETE", "/journal").status);
+  state = Parse(sim.Control("GET", "/state").body);
+  EXPECT_EQ(0u, state["accounts"][0]["auth_keys"].size());
+  EXPECT_EQ(0u, Parse(sim.Control("GET", "/journal").body).size());
+}
+
+TEST(SimControl, CallsThatAreNotUnderstoodSaySo) {
+  Sim sim;
+  const struct {
+    const char *method, *path, *body;
+    long status;
+    const char* error;
+  } rows[] = {{"GET", "/nothing", "", 404, "no such call: /nothing"},
+              {"PUT", "/journal", "", 405, "not with PUT"},
+              {"POST", "/faults", "{", 400, "not JSON"},
+              {"POST", "/faults", "{}", 400, "\\\"path\\\" is missing"},
+              {"POST", "/faults", R"({"path":"x","end":"bang"})", 400, "\\\"end\\\" cannot be \\\"bang\\\""},
+              {"POST", "/faults", R"({"path":"x","statsu":1})", 400, "unknown member \\\"statsu\\\""},
+              {"POST", "/faults", R"({"path":"x","status":"1"})", 400, "\\\"status\\\" must be a number"},
+              {"POST", "/faults", R"({"connection":"certificate","certificate":"worn"})", 400, "worn"},
+              {"POST", "/revoke", R"({"email":"nobody"})", 400, "no such account"},
+              {"POST", "/revoke", R"({})", 400, "is missing"}};
+  for (const auto& row : rows) {
+    const Exchange exchange = sim.Control(row.method, row.path, row.body);
+    EXPECT_EQ(row.status, exchange.status) << row.error;
+    EXPECT_THAT(exchange.body, HasSubstr(row.error));
+  }
+  EXPECT_EQ(0, Parse(sim.Control("GET", "/state").body)["pending_faults"].asInt());
+}
+
+}  // namespace

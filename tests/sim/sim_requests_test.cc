@@ -1,0 +1,236 @@
+// What the account host answers, and that it lets no malformed request pass: bytes are sent with a plain client.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "sim/curl_client.h"
+#include "sim/simulator.h"
+
+namespace {
+
+using kivosim::Account;
+using kivosim::Simulator;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::string kHost = "https://account.kivo.example";
+const std::string kLoginUrl = kHost + "/device/api/password_login";
+const std::string kDevice = "lu_sn=2130KVN004211&lu_token=430450fef2cf32aad9ad39f451c755a5";
+const std::string kLogin = kDevice +
+                           "&type=acnt_pw_apikey&email=ann%40example.com&passwd=correct%20horse"
+                           "&serial_no=2130KVN004211&api_key=k1&mac=02%3A00%3A5e%3A00%3A00%3A01";
+const std::string kLaunch = kDevice +
+                            "&language=enu&access_token=at-1&timezone=Europe%2FBerlin&api_key=k1"
+                            "&mac=02%3A00%3A5e%3A00%3A00%3A01&serial_no=2130KVN004211";
+
+std::string Query(const std::string& id, const std::string& key) {
+  return kDevice + "&id=" + id + "&auth_key=" + key + "&serial_no=2130KVN004211";
+}
+
+std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  EXPECT_NE(std::string::npos, at) << from;
+  return text.replace(at, from.size(), to);
+}
+
+class SimRequests : public testing::Test {
+ protected:
+  void SetUp() override {
+    Account ann{"ann@example.com", "correct horse", "1001"};
+    ann.authKeys["2130KVN004211"] = "ak-1";
+    cloud.AddAccount(ann);
+    cloud.Start();
+  }
+  /// The code of the answer, which must come with the status that belongs to it.
+  std::string Code(const std::string& path, const std::string& body) {
+    const Exchange exchange = Post(kHost + path, body);
+    const bool good = exchange.body.find("\"code\":\"good\"") != std::string::npos;
+    EXPECT_EQ(good ? 200 : 400, exchange.status) << exchange.body;
+    const std::size_t start = exchange.body.find("\"code\":\"") + 8;
+    return exchange.body.substr(start, exchange.body.find('"', start) - start);
+  }
+  std::string LoginWithKey(const std::string& key) {
+    return Code("/device/api/password_login", Replaced(kLogin, "api_key=k1", "api_key=" + key));
+  }
+  Simulator cloud;
+};
+
+TEST_F(SimRequests, PasswordLoginGivesIdAndKeyAndIsJournalledByteForByte) {
+  const Exchange exchange = Post(kLoginUrl, kLogin, {{"X-Test: a  b", "User-Agent:", "Accept:"}});
+  EXPECT_EQ("{\"auth_key\":\"ak-1\",\"code\":\"good\",\"email\":\"ann@example.com\",\"id\":\"1001\"}", exchange.body);
+  EXPECT_EQ("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 71\r\n\r\n", exchange.head);
+  const auto journal = cloud.Journal();
+  ASSERT_EQ(1u, journal.size());
+  EXPECT_EQ(
+      "POST /device/api/password_login HTTP/1.1\r\nHost: account.kivo.example\r\nX-Test: a  b\r\n"
+      "Content-Length: " +
+          std::to_string(kLogin.size()) + "\r\nContent-Type: application/x-www-form-urlencoded\r\n\r\n" + kLogin,
+      journal[0].request.raw);
+  EXPECT_EQ(journal[0].request.raw.size(), journal[0].applicationBytes);
+  EXPECT_EQ("account.kivo.example", journal[0].sni);
+  EXPECT_EQ("TLSv1.3", journal[0].tlsVersion);
+  EXPECT_EQ(exchange.body, journal[0].answer);
+  EXPECT_EQ("correct horse", journal[0].request.Param("passwd"));
+  EXPECT_EQ("", journal[0].complaint);
+  EXPECT_EQ(exchange.head.size() + exchange.body.size(), cloud.BytesSent());
+}
+
+TEST_F(SimRequests, AFaultyRequestIsRefusedAndComplainedOf) {
+  const struct {
+    std::string from, to;
+    const char* complaint;
+  } rows[] = {
+      {"type=acnt_pw_apikey&email=ann%40example.com", "email=ann%40example.com&type=acnt_pw_apikey",
+       "expected \"type\", found \"email\""},
+      {"&mac=02%3A00%3A5e%3A00%3A00%3A01", "", "expected \"mac\", found the end"},
+      {"&mac=", "&kivoID=1001&mac=", "expected \"mac\", found \"kivoID\""},
+      {"%3A01", "%3A01&mac=1", "unexpected \"mac\""},
+      {"lu_sn=2130KVN004211&", "lu_sn=2130KVN004211&lu_sn=2130KVN004211&", "expected \"lu_token\", found \"lu_sn\""},
+      {"lu_sn=2130KVN004211", "lu_sn=2130KVN004212", "\"serial_no\" is not \"lu_sn\""},
+      {"430450fe", "430450ff", "\"lu_token\" is wrong"},
+      {"&type=", "&kivoID=1001&type=", "\"lu_token\" is wrong"},  // an id that the token does not cover
+      {"acnt_pw_apikey", "acnt_pw", "\"type\" is \"acnt_pw\""},
+      {"api_key=k1", "api_key=", "\"api_key\" is empty"},
+      {"correct%20horse", "correct+horse", "unescaped byte in \"correct+horse\""},
+      {"correct%20horse", "correct horse", "unescaped byte in \"correct horse\""},
+      {"%40", "%4", "bad escape in \"ann%4example.com\""},
+      {"%3A01", "%3a01", "bad escape in \"02%3A00%3A5e%3A00%3A00%3a01\""},
+      {"%3A01", "%3A0%31", "needless escape in \"02%3A00%3A5e%3A00%3A00%3A0%31\""},
+      {"%3A01", "%3A01%3", "bad escape in \"02%3A00%3A5e%3A00%3A00%3A01%3\""},
+      {"passwd=", "passwd", "no \"=\" in \"passwdcorrect%20horse\""},
+      {"&email", "&&email", "no \"=\" in \"\""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.complaint);
+    cloud.ClearJournal();
+    const bool wrongToken = std::string(row.complaint).find("lu_token\" is") != std::string::npos;
+    EXPECT_EQ(wrongToken ? "badauth" : "badparam",
+              Code("/device/api/password_login", Replaced(kLogin, row.from, row.to)));
+    EXPECT_THAT(cloud.Complaints(), ElementsAre(std::string("/device/api/password_login: ") + row.complaint));
+  }
+}
+
+TEST_F(SimRequests, TheEnvelopeIsCheckedToo) {
+  const struct {
+    const char* url;
+    CurlOptions options;
+    long status;
+    const char* complaint;
+  } rows[] = {
+      {"https://account.kivo.example/device/api/password_login",
+       {{}, 5000, CurlOptions().caFile, 0, "PUT"},
+       400,
+       "PUT"},
+      {"https://account.kivo.example/device/api/password_login", {{"Content-Type: text/plain"}}, 400, "content type"},
+      {"https://account.kivo.example/device/api/password_login?a=1", {}, 400, "query text in the URL"},
+      {"https://account.kivo.example/device/api/no_such", {}, 404, "no such path"},
+      {"https://account.kivo.example//device/api/password_login", {}, 404, "no such path"},
+      {"https://payment.kivo.example/device/api/password_login", {}, 404, "no such path"},
+      {"https://account.kivo.example/", {{"Host: evil.example"}}, 404, "no such host"},
+      {"https://account.kivo.example/", {{"Host: account-test.kivo.example"}}, 404, "handshake was for"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.complaint);
+    cloud.ClearJournal();
+    EXPECT_EQ(row.status, Post(row.url, kLogin, row.options).status);
+    EXPECT_THAT(cloud.Complaints(), ElementsAre(HasSubstr(row.complaint)));
+  }
+  EXPECT_EQ(200, Post("https://account-test.kivo.example/device/api/password_login", kLogin).status);
+}
+
+TEST_F(SimRequests, AnAccountIdAndPasswordTakePartInTheToken) {
+  const std::string with = Replaced(kLogin, "lu_token=430450fef2cf32aad9ad39f451c755a5",
+                                    "lu_token=a8723733021f7fcc7944371378bc33d5&kivoID=1001&kivoPW=correct%20horse");
+  EXPECT_EQ("good", Code("/device/api/password_login", with));
+}
+
+TEST_F(SimRequests, RefusalsOfASignInCarryTheirCodeAndNoComplaint) {
+  cloud.AddAccount({"bob@example.com", "pw", "1002"});
+  cloud.ChangeAccount("bob@example.com", [](Account& bob) { bob.refusal = "account_unverified"; });
+  const std::string path = "/device/api/password_login";
+  EXPECT_EQ("account_not_found", Code(path, Replaced(kLogin, "ann%40", "eve%40")));
+  EXPECT_EQ("account_not_found", Code(path, Replaced(kLogin, "ann%40example.com", "1001")));
+  EXPECT_EQ("badauth", Code(path, Replaced(kLogin, "%20horse", "%20Horse")));
+  const std::string bob = Replaced(Replaced(kLogin, "ann%40", "bob%40"), "correct%20horse", "pw");
+  EXPECT_EQ("account_unverified", Code(path, bob));
+  EXPECT_EQ("badauth", Code(path, Replaced(bob, "passwd=pw", "passwd=wp")));
+  cloud.RefuseMachine("2130KVN004211");
+  EXPECT_EQ("invalid_machine", Code(path, kLogin));
+  EXPECT_THAT(cloud.Complaints(), IsEmpty());
+}
+
+TEST_F(SimRequests, LaunchTakesAnAccessTokenThatWasGranted) {
+  EXPECT_EQ("badauth", Code("/good/user/launch", kLaunch));
+  cloud.GrantAccessToken("at-1", "1001");
+  EXPECT_THAT(Post(kHost + "/good/user/launch", kLaunch).body, HasSubstr("\"auth_key\":\"ak-1\",\"code\":\"good\""));
+  EXPECT_THAT(cloud.Complaints(), IsEmpty());
+  EXPECT_EQ("badparam", Code("/good/user/launch", Replaced(kLaunch, "&language=enu", "")));
+}
+
+TEST_F(SimRequests, QueryGivesTheProfileUntilTheKeyIsRevoked) {
+  cloud.ChangeAccount("1001", [](Account& ann) { ann.accountHost = "https://account-test.kivo.example"; });
+  EXPECT_EQ(
+      "{\"account_host\":\"https://account-test.kivo.example\",\"activated\":true,\"code\":\"good\","
+      "\"country\":\"DEU\",\"critical_release\":true,\"critical_version_list\":{\"LUM-7.1\":true,\"LUM-7.2\":"
+      "false},\"disabled\":false,\"email\":\"ann@example.com\",\"enews\":false,\"enews_local_promotion\":false,"
+      "\"full_name\":\"Ann Example\",\"notify_language\":\"enu\",\"realname_validation_pass\":true,"
+      "\"timezone\":\"Europe/Berlin\"}",
+      Post(kHost + "/device/api/user/query", Query("1001", "ak-1")).body);
+  EXPECT_EQ("badauth", Code("/device/api/user/query", Query("1001", "ak-2")));
+  EXPECT_EQ("account_not_found", Code("/device/api/user/query", Query("7", "ak-1")));
+  EXPECT_TRUE(cloud.Revoke("ann@example.com"));
+  EXPECT_FALSE(cloud.Revoke("nobody"));
+  EXPECT_EQ("badauth", Code("/device/api/user/query", Query("1001", "ak-1")));
+  EXPECT_EQ("good", Code("/device/api/password_login", kLogin));
+  const std::string key = cloud.FindAccount("1001")->authKeys.at("2130KVN004211");
+  EXPECT_NE("ak-1", key);
+  EXPECT_EQ("good", Code("/device/api/password_login", kLogin));  // a second login does not take the key away
+  EXPECT_EQ("good", Code("/device/api/user/query", Query("1001", key)));
+}
+
+TEST_F(SimRequests, ApiKeysAreRegisteredForgottenAndExpired) {
+  EXPECT_EQ("good", LoginWithKey("k1"));
+  EXPECT_EQ("apikey_not_found", LoginWithKey("k2"));
+  cloud.ForgetApiKey("2130KVN004211");
+  EXPECT_EQ("apikey_not_found", LoginWithKey("k1"));
+  EXPECT_EQ("good", LoginWithKey("k2"));
+  EXPECT_EQ("apikey_not_found", LoginWithKey("k1"));
+  cloud.ExpireApiKey("2130KVN004211");
+  EXPECT_EQ("apikey_expired", LoginWithKey("k2"));
+  EXPECT_EQ("good", LoginWithKey("k3"));
+  cloud.RegisterApiKey("2130KVN004211", "k1");
+  EXPECT_EQ("apikey_not_found", LoginWithKey("k3"));
+  EXPECT_EQ("good", LoginWithKey("k1"));
+
+  cloud.Reset();
+  cloud.AddAccount({"ann@example.com", "correct horse", "1001"});
+  cloud.ForgetApiKey("2130KVN004211");  // before it ever showed one
+  EXPECT_EQ("apikey_not_found", LoginWithKey("k1"));
+  EXPECT_EQ("good", LoginWithKey("k2"));
+}
+
+TEST(SimPolicy, OnlyRegisteredKeysAreKnownWhereThatIsAskedFor) {
+  kivosim::Options options;
+  options.apiKeys = kivosim::ApiKeyPolicy::kOnlyRegistered;
+  Simulator cloud(options);
+  cloud.AddAccount({"ann@example.com", "correct horse", "1001"});
+  cloud.Start();
+  EXPECT_THAT(Post(kLoginUrl, kLogin).body, HasSubstr("apikey_not_found"));
+  cloud.RegisterApiKey("2130KVN004211", "k1");
+  EXPECT_THAT(Post(kLoginUrl, kLogin).body, HasSubstr("good"));
+}
+
+TEST_F(SimRequests, LargeBodiesArriveWhole) {
+  std::string big(3000000, 'a');
+  big[2999999] = 'z';
+  cloud.SetHook([](const kivosim::Request& request) -> std::optional<kivosim::Response> {
+    return kivosim::Response{200, std::to_string(request.body.size()) + request.body.back(), "text/plain"};
+  });
+  EXPECT_EQ("3000000z", Post(kHost + "/any", big).body);  // curl asks "Expect: 100-continue" first
+  EXPECT_EQ("3000000z", Post(kHost + "/any", big, {{"Transfer-Encoding: chunked"}}).body);
+  EXPECT_THAT(cloud.Complaints(), IsEmpty());
+  cloud.SetHook({});
+  EXPECT_EQ(404, Post(kHost + "/any", "").status);
+}
+
+}  // namespace
