@@ -2,12 +2,12 @@
 #ifndef VARNKIVO_BACKTRACE_H_
 #define VARNKIVO_BACKTRACE_H_
 
+#include "varnkivo.h"
+
 #include <functional>
 #include <iosfwd>
 #include <string>
 #include <vector>
-
-#include "varnkivo.h"
 
 namespace varnkivo {
 

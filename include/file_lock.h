@@ -2,9 +2,9 @@
 #ifndef VARNKIVO_FILE_LOCK_H_
 #define VARNKIVO_FILE_LOCK_H_
 
-#include <string>
-
 #include "varnkivo.h"
+
+#include <string>
 
 namespace varnkivo {
 

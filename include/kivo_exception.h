@@ -2,11 +2,11 @@
 #ifndef VARNKIVO_KIVO_EXCEPTION_H_
 #define VARNKIVO_KIVO_EXCEPTION_H_
 
+#include "varnkivo.h"
+
 #include <exception>
 #include <memory>
 #include <string>
-
-#include "varnkivo.h"
 
 namespace varnkivo {
 

@@ -2,11 +2,11 @@
 #ifndef VARNKIVO_LUM_SERVICE_H_
 #define VARNKIVO_LUM_SERVICE_H_
 
+#include "varnkivo.h"
+
 #include <map>
 #include <memory>
 #include <string>
-
-#include "varnkivo.h"
 
 namespace varnkivo {
 

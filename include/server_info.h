@@ -2,10 +2,10 @@
 #ifndef VARNKIVO_SERVER_INFO_H_
 #define VARNKIVO_SERVER_INFO_H_
 
+#include "varnkivo.h"
+
 #include <memory>
 #include <string>
-
-#include "varnkivo.h"
 
 namespace varnkivo {
 

@@ -2,11 +2,11 @@
 #ifndef VARNKIVO_USER_H_
 #define VARNKIVO_USER_H_
 
+#include "varnkivo.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include "varnkivo.h"
 
 namespace varnkivo {
 

@@ -125,7 +125,8 @@ KIVO_API int VARNPaymentConfigGet(char* url);
 /// an ASCII letter or digit; the slot is not touched.
 KIVO_API int VARNKIVOGetSerialNumber(char* serial, size_t size);
 /// Derives the device token from serial, account identifier and password (the last two may be null). `serial` is filled
-/// when empty; `token` receives 32 lowercase hexadecimal digits and a NUL. The slot is not touched.
+/// when empty; `token` receives 32 lowercase hexadecimal digits and a NUL. The slot is touched by a null `token` only
+/// (1).
 KIVO_API int VARNKIVOGenerateToken(const char* accountId, const char* password, char* serial, size_t serialSize,
                                    char* token, size_t tokenSize);
 /// Writes the MD5 digest of `text` as 32 lowercase hexadecimal digits and a NUL. `hex` must hold 33 bytes although

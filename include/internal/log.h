@@ -21,11 +21,11 @@ void LogAt(int priority, Site site, const char* format, ...) __attribute__((form
 void LogLine(int priority, Site site, const char* format, __builtin_va_list arguments)
     __attribute__((format(printf, 3, 0)));
 
-/// Sends this process's lines into `pipe` as records instead of to syslog. For a forked child only: another thread may
-/// have held syslog's lock at the fork, and then the child would wait for it for ever.
-void LogIntoPipe(int pipe);
-/// Writes what a child put into the other end to syslog, until the child and its copies of the pipe are gone.
-void LogFromPipe(int pipe);
+/// Sends this process's lines into `socket` (packets, SOCK_SEQPACKET) instead of to syslog. For a forked child only:
+/// another thread may have held syslog's lock at the fork, and then the child would wait for it for ever.
+void LogIntoSocket(int socket);
+/// Writes one line that a child sent to syslog; waits for it. False when the child has sent an empty packet or is gone.
+bool LogFromSocket(int socket);
 
 }  // namespace varnkivo
 

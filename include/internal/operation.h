@@ -3,12 +3,12 @@
 #ifndef VARNKIVO_INTERNAL_OPERATION_H_
 #define VARNKIVO_INTERNAL_OPERATION_H_
 
-#include <string>
-
 #include "internal/guard.h"
 #include "internal/platform_handles.h"
 #include "kivo_exception.h"
 #include "varnkivo.h"
+
+#include <string>
 
 namespace varnkivo {
 
@@ -65,8 +65,9 @@ class Request {
     return Set(name, value.c_str(), line);
   }
   Request& Quick(bool quick);
-  /// POSTs and returns the body, which lives until the next Send.
-  const char* Send(int line = __builtin_LINE());
+  /// POSTs and returns the body, which lives until the next Send. `failure` takes the platform's last error.
+  const char* Send(const char* failure = "Failed to send https request. err=[0x%04X %s:%d]",
+                   int line = __builtin_LINE());
 
  private:
   const Operation& operation_;
@@ -93,14 +94,14 @@ class PluginSession {
 };
 
 template <class Body>
-int RunOperation(const char* source, Body body) noexcept {
-  Operation operation{source};
+int RunOperation(Site site, Body body) noexcept {
+  Operation operation{site.source};
   try {
     return body(operation);
   } catch (const Stopped&) {
     return -1;
   } catch (...) {
-    return Unexpected(source);
+    return Unexpected(site);
   }
 }
 

@@ -2,9 +2,9 @@
 #ifndef VARNKIVO_INTERNAL_PLATFORM_HANDLES_H_
 #define VARNKIVO_INTERNAL_PLATFORM_HANDLES_H_
 
-#include <memory>
-
 #include "varn/platform.h"
+
+#include <memory>
 
 namespace varnkivo {
 

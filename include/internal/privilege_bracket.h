@@ -2,9 +2,9 @@
 #ifndef VARNKIVO_INTERNAL_PRIVILEGE_BRACKET_H_
 #define VARNKIVO_INTERNAL_PRIVILEGE_BRACKET_H_
 
-#include <sys/types.h>
-
 #include "internal/log.h"
+
+#include <sys/types.h>
 
 namespace varnkivo {
 
@@ -30,6 +30,7 @@ class PrivilegeBracket {
   uid_t uid_;
   gid_t gid_;
   bool entered_;
+  bool raised_ = false;  // by this object; another thread may have raised the ids before it
 };
 
 }  // namespace varnkivo

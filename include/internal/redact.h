@@ -11,7 +11,7 @@ namespace varnkivo {
 /// 10 characters and those that hold passwords left out, control characters as \xNN, cut at 2 KiB. A text with none of
 /// these comes back byte for byte.
 std::string Redact(std::string_view text);
-/// The first 10 characters and "..." of a longer secret; control characters as \xNN.
+/// The first 10 characters of a secret, control characters as \xNN.
 std::string Cut10(std::string_view secret);
 
 }  // namespace varnkivo

@@ -2,11 +2,11 @@
 #ifndef VARNKIVO_INTERNAL_STRING_UTILS_H_
 #define VARNKIVO_INTERNAL_STRING_UTILS_H_
 
+#include "internal/log.h"
+
 #include <cstdio>
 #include <memory>
 #include <string>
-
-#include "internal/log.h"
 
 namespace varnkivo {
 
@@ -15,7 +15,7 @@ template <class... Arguments>
 std::string format(const std::string& text, Arguments... arguments) noexcept {
   static_assert(sizeof...(Arguments) > 0, "a text without arguments needs no formatting");
   const int length = std::snprintf(nullptr, 0, text.c_str(), arguments...);
-  if (length + 1 < 1) {
+  if (length < 0) {
     LogError("..//include/internal/string_utils", "Failed to format: %s", text.c_str());
     return std::string();
   }

@@ -1,13 +1,13 @@
-// What a child forked from a caller of unknown shape must do first.
+// Work in a forked child of a caller of unknown shape: threads, signal handlers, locks, descriptors.
 #ifndef VARNKIVO_ACCOUNT_FORKED_CHILD_H_
 #define VARNKIVO_ACCOUNT_FORKED_CHILD_H_
 
 namespace varnkivo {
 
-/// Lets go of every descriptor but 0, 1, 2 and `keep`, so that the child does not hold the caller's locks when the
-/// caller dies. Their numbers stay taken (by /dev/null): syslog's socket may be among them, and what syslog sends must
-/// not land in a file that happens to get its number.
-void LetGoOfDescriptors(int keep);
+/// Runs `work` in a child made by the platform, waits for it and returns its wait status: that of _exit(-1) whenever
+/// `work` came to its end, however it did. -1 when no child could be started or waited for. What the child logs is
+/// written by the parent. A child that is stuck is ended by an alarm after 5 minutes. `work` must not throw.
+int RunInChild(void (*work)());
 
 }  // namespace varnkivo
 

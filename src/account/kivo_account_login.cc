@@ -1,9 +1,6 @@
 // Signs the device in: with e-mail and password, with a user id and auth key already known, or with an OAuth token.
 // Touches the account record, the report job, the event log, and fires the "kivo/login" plug-ins.
 // The three share their steps but not their order: the key login fires the plug-ins before it registers the job.
-#include <json/json.h>
-#include <unistd.h>
-
 #include "internal/account_files.h"
 #include "internal/json_utils.h"
 #include "internal/log.h"
@@ -12,6 +9,10 @@
 #include "internal/redact.h"
 #include "user.h"
 #include "varnkivo.h"
+
+#include <json/json.h>
+
+#include <unistd.h>
 
 namespace varnkivo {
 namespace {
@@ -56,7 +57,7 @@ const char* Exchange(const Operation& op, Request& request, Json::Value& reply) 
 
 Identity IdentityFromReply(const Operation& op, const Json::Value& reply) {
   const std::optional<std::string> userId = TextMember(reply, "id"), authKey = TextMember(reply, "auth_key");
-  if (!userId || !authKey) op.Stop(KIVO_ERR_RESPONSE, "bad response, no code");
+  if (!userId || !authKey) op.Stop(KIVO_ERR_RESPONSE, "bad response, no id or auth_key that could be stored");
   return {*userId, *authKey};
 }
 

@@ -1,11 +1,6 @@
 // Answers with the signed-in account's profile from the record, after refreshing it from the account host when it is
 // old. Touches the record under the lock "query_info", and removes it when the server refuses the auth key.
 // Nothing of an answer is stored before all of it has been converted; the query time goes last.
-#include <json/json.h>
-
-#include <cstdint>
-#include <ctime>
-
 #include "file_lock.h"
 #include "internal/json_utils.h"
 #include "internal/operation.h"
@@ -13,6 +8,12 @@
 #include "internal/string_utils.h"
 #include "user.h"
 #include "varnkivo.h"
+
+#include <json/json.h>
+#include <boost/algorithm/string/join.hpp>
+
+#include <cstdint>
+#include <ctime>
 
 namespace varnkivo {
 namespace {
@@ -83,11 +84,14 @@ class Converter {
     const Json::Value& versions = answer_["critical_version_list"];
     if (versions.isNull() || (versions.isArray() && versions.empty())) return;  // some servers' empty map
     if (!versions.isObject()) StopForInsufficientData(op_, answer_, __LINE__);
-    for (const std::string& name : versions.getMemberNames()) {
+    std::vector<std::string> chosen;
+    const std::vector<std::string> names = versions.getMemberNames();
+    for (const std::string& name : names) {
       if (name.find('\0') != std::string::npos) StopForInsufficientData(op_, answer_, __LINE__);
-      domain += (domain.empty() ? "" : ",") + name;
-      if (Bool(versions[name])) list += (list.empty() ? "" : ",") + name;
+      if (Bool(versions[name])) chosen.push_back(name);
     }
+    domain = boost::algorithm::join(names, ",");
+    list = boost::algorithm::join(chosen, ",");
   }
 
  private:
@@ -116,7 +120,7 @@ Profile Convert(const Operation& op, const Json::Value& answer) {
   return profile;
 }
 
-void Store(const Profile& profile) {
+void Store(const Profile& profile, std::int64_t now) {
   const User user;
   user.SetEmail(profile.email);
   user.SetName(profile.name);
@@ -134,7 +138,7 @@ void Store(const Profile& profile) {
   if (profile.reportCronTimestring) user.SetReportCronTimestring(*profile.reportCronTimestring);
   if (profile.accountHost) user.SetAccountHost(*profile.accountHost);
   if (profile.identityHost) user.SetIdentityHost(*profile.identityHost);
-  user.SetLastQueryTime(time(nullptr));
+  user.SetLastQueryTime(now);
 }
 
 void Refresh(const Operation& op, const _tag_kivo_INFO_& account, bool quick) {
@@ -145,19 +149,18 @@ void Refresh(const Operation& op, const _tag_kivo_INFO_& account, bool quick) {
   const char* body = request.Send();
   Json::Value answer;
   if (!ParseJson(body, answer)) op.Stop(KIVO_ERR_BAD_JSON, "Failed to parse json: %s", Redact(body).c_str());
-  const char* code = StringOrNull(answer, "code");
-  if (code && std::string(code) == "badauth") {
+  if (HasMember(answer, "code") && answer["code"] == "badauth") {  // all of it: one with a tail is an ordinary refusal
     LogError(op.source, "Logged out Kivo due to authentication failure.");
     VARNKIVOAccountRemove();
     VARNKIVOErrSet(KIVO_ERR_NO_ACCOUNT);
     throw Stopped{};
   }
   CheckMembers(op, answer);
-  MapLibKivoCenterErrorCode(code);
+  MapLibKivoCenterErrorCode(StringOrNull(answer, "code"));
   if (VARNKIVOErrGet() != KIVO_ERR_SUCCESS)
-    op.Stop(kKeepCode, "Failed to query %s, resp=%s, code=%u", account.userId, Redact(body).c_str(),
+    op.Stop(kKeepCode, "Failed to query %s, resp=%s, code=%u", Redact(account.userId).c_str(), Redact(body).c_str(),
             static_cast<unsigned int>(VARNKIVOErrGet()));
-  Store(Convert(op, answer));
+  Store(Convert(op, answer), time(nullptr));
 }
 
 void Fill(Json::Value& out) {
@@ -187,10 +190,7 @@ int VARNKIVOAccountQueryInfo(Json::Value& out, bool forceRefresh, bool shortTime
     if (!lock.Lock(kLockSeconds)) op.Stop(kKeepCode, "Failed to lock file: %s", lock.GetPath().c_str());
     VARNKIVOErrSet(KIVO_ERR_SUCCESS);
     _tag_kivo_INFO_ account = {};
-    if (VARNKIVOAccountGet(&account) < 0) {
-      VARNKIVOErrSet(KIVO_ERR_NO_ACCOUNT);
-      return -1;
-    }
+    if (VARNKIVOAccountGet(&account) < 0) return -1;  // 3 in the slot where nobody is signed in
     if (NeedsRefresh(time(nullptr), User().GetLastQueryTime(), forceRefresh)) Refresh(op, account, shortTimeout);
     Fill(out);
     return 0;

@@ -1,15 +1,20 @@
 // Copies the account record into the fixed-size record of the exported functions. Reads the record only.
 // "Signed in" means an auth key and a user id here, not an e-mail as for User::Exists.
-#include <cstdio>
-
 #include "internal/guard.h"
 #include "kivo_exception.h"
 #include "user.h"
 #include "varnkivo.h"
 
+#include <cstddef>
+#include <cstdio>
+
 namespace {
 
 constexpr const char* kSource = "kivo_config_get";
+
+static_assert(sizeof(_tag_kivo_INFO_) == 4 * 4096 + 1024 + 3 * 256 + 2 * 1024 + 6 * 4 &&
+                  offsetof(_tag_kivo_INFO_, activated) == sizeof(_tag_kivo_INFO_) - 6 * 4,
+              "other programs share this layout");
 
 template <std::size_t Size>
 void Copy(char (&field)[Size], const std::string& text) {

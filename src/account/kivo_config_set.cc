@@ -1,14 +1,14 @@
 // Writes a fixed-size record back into the account record, key by key. A failing key stops it; those before stay.
 // A record that was never queried (time 0 or below) carries only who the account is: the stored profile is kept.
-#include <cstring>
-#include <string>
-
 #include "internal/guard.h"
 #include "internal/log.h"
 #include "internal/redact.h"
 #include "kivo_exception.h"
 #include "user.h"
 #include "varnkivo.h"
+
+#include <cstring>
+#include <string>
 
 namespace {
 

@@ -1,10 +1,10 @@
 // Puts the periodic report into the host's cron service and takes it out. Touches the cron configuration "kivo".
 // The schedule comes from the account record; what is no schedule is refused by the host.
-#include <json/json.h>
-
 #include "user.h"
 #include "varn/crond.h"
 #include "varnkivo.h"
+
+#include <json/json.h>
 
 namespace {
 

@@ -2,12 +2,12 @@
 // The group goes up first and comes back first, and the way back leads through uid 0: only root may change the gid.
 #include "internal/privilege_bracket.h"
 
+#include "internal/account_files.h"
+
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-
-#include "internal/account_files.h"
 
 namespace varnkivo {
 namespace {
@@ -26,7 +26,9 @@ void LogSwitch(bool done, Site site, const char* call, unsigned int id) {
 }  // namespace
 
 PrivilegeBracket::PrivilegeBracket(Site site) : site_(site), uid_(geteuid()), gid_(getegid()) {
-  entered_ = uid_ == 0 || uid_ == kAccountUid || (SetGid(0) && SetUid(0));
+  entered_ = uid_ == 0 || uid_ == kAccountUid;
+  if (entered_) return;
+  entered_ = raised_ = SetGid(0) && SetUid(0);
   if (entered_) return;
   LogAt(LOG_AUTH | LOG_ERR, site_, "ERROR: ENTERCriticalSection");
   Restore();  // the group may have been raised already
@@ -35,7 +37,7 @@ PrivilegeBracket::PrivilegeBracket(Site site) : site_(site), uid_(geteuid()), gi
 
 PrivilegeBracket::~PrivilegeBracket() {
   const int savedErrno = errno;
-  if (entered_ && !Restore()) LogAt(LOG_AUTH | LOG_ERR, site_, "ERROR: LEAVECriticalSection");
+  if (raised_ && !Restore()) LogAt(LOG_AUTH | LOG_ERR, site_, "ERROR: LEAVECriticalSection");
   errno = savedErrno;
 }
 

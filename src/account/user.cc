@@ -3,14 +3,6 @@
 // Every write leaves the file private again, also one that failed.
 #include "user.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <charconv>
-#include <cstring>
-
 #include "internal/account_files.h"
 #include "internal/log.h"
 #include "internal/privilege_bracket.h"
@@ -19,6 +11,14 @@
 #include "kivo_exception.h"
 #include "user_impl.h"
 #include "varn/platform.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
 
 namespace varnkivo {
 namespace {
@@ -46,11 +46,22 @@ int OpenRecord() {
   return -1;
 }
 
+/// Whether the record is a file of its owner's that even he may not read.
+bool IsUnreadableFile() {
+  struct stat facts = {};
+  const int error = errno;
+  const bool isFile = error == EACCES && lstat(kRecordFile, &facts) == 0 && S_ISREG(facts.st_mode);
+  errno = error;
+  return isFile;
+}
+
 void MakePrivate() {
   const int file = OpenRecord();
-  if (file < 0 || fchmod(file, kPrivateMode) != 0)
+  const bool byPath = file < 0 && IsUnreadableFile();
+  if (byPath ? chmod(kRecordFile, kPrivateMode) != 0 : file < 0 || fchmod(file, kPrivateMode) != 0)
     LogError(WriteSite(), "Failed to chmod, path=%s, reason=%m", kRecordFile);
-  if (file < 0 || fchown(file, kAccountUid, kAccountGid) != 0)
+  if (byPath ? lchown(kRecordFile, kAccountUid, kAccountGid) != 0
+             : file < 0 || fchown(file, kAccountUid, kAccountGid) != 0)
     LogError(WriteSite(), "Failed to chown, path=%s, reason=%m", kRecordFile);
   if (file >= 0) close(file);
 }

@@ -14,6 +14,8 @@
 namespace varnkivo {
 namespace {
 
+constexpr int kMostFrames = 1024;
+
 struct Freer {
   void operator()(void* memory) const noexcept { std::free(memory); }
 };
@@ -33,7 +35,7 @@ std::string FormatFrame(const Backtrace& backtrace, const char* symbol) {
 Backtrace::Backtrace(int depth) : lines_(Capture(depth)) {}
 
 __attribute__((noinline)) std::vector<std::string> Backtrace::Capture(int depth) const {
-  std::vector<void*> addresses(static_cast<std::size_t>(std::max(depth, -1) + 1));
+  std::vector<void*> addresses(static_cast<std::size_t>(std::clamp(depth, -1, kMostFrames) + 1));
   const int count = addresses.empty() ? 0 : ::backtrace(addresses.data(), static_cast<int>(addresses.size()));
   if (count <= 0) return {"- empty"};
   const std::unique_ptr<char*, Freer> symbols(backtrace_symbols(addresses.data(), count));

@@ -4,6 +4,9 @@
 // on another user's file in a sticky directory even to root).
 #include "file_lock.h"
 
+#include "internal/log.h"
+#include "varn/platform.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,9 +15,6 @@
 #include <chrono>
 #include <optional>
 #include <random>
-
-#include "internal/log.h"
-#include "varn/platform.h"
 
 namespace varnkivo {
 namespace {
@@ -57,8 +57,12 @@ class BackOff {
 
  private:
   static std::minstd_rand0::result_type Seed() {
-    const auto value = std::random_device("default")() % std::minstd_rand0::modulus;
-    return static_cast<std::minstd_rand0::result_type>(value == 0 ? 1 : value);
+    try {
+      const auto value = std::random_device("default")() % std::minstd_rand0::modulus;
+      return static_cast<std::minstd_rand0::result_type>(value == 0 ? 1 : value);
+    } catch (const std::exception&) {  // out of descriptors, say: the pauses still differ from now on
+      return 1;
+    }
   }
   std::optional<std::minstd_rand0> generator_;
 };

@@ -2,22 +2,22 @@
 // It must not throw itself, not even when memory is short: then the line is lost and the code stays.
 #include "internal/guard.h"
 
-#include <json/json.h>
-
-#include <new>
-
 #include "internal/log.h"
 #include "internal/redact.h"
 #include "kivo_exception.h"
 
+#include <json/json.h>
+
+#include <new>
+
 namespace varnkivo {
 namespace {
 
-int Report(const char* source, int code, const char* text) noexcept {
+int Report(Site site, int code, const char* text) noexcept {
   try {
-    LogError(source, "%s", Redact(text).c_str());
+    LogError(site, "%s", Redact(text).c_str());
   } catch (...) {
-    LogError(source, "%s", GetKivoErrorMsg(code));
+    LogError(site, "%s", GetKivoErrorMsg(code));
   }
   VARNKIVOErrSet(code);
   return -1;
@@ -25,19 +25,19 @@ int Report(const char* source, int code, const char* text) noexcept {
 
 }  // namespace
 
-int Unexpected(const char* source) noexcept {
+int Unexpected(Site site) noexcept {
   try {
     throw;
   } catch (const KivoException& error) {
-    return Report(source, error.GetCode(), error.what());
+    return Report(site, error.GetCode(), error.what());
   } catch (const Json::Exception& error) {
-    return Report(source, KIVO_ERR_BAD_JSON, error.what());
+    return Report(site, KIVO_ERR_BAD_JSON, error.what());
   } catch (const std::bad_alloc& error) {
-    return Report(source, KIVO_ERR_SYSTEM, error.what());
+    return Report(site, KIVO_ERR_SYSTEM, error.what());
   } catch (const std::exception& error) {
-    return Report(source, KIVO_ERR_UNKNOWN, error.what());
+    return Report(site, KIVO_ERR_UNKNOWN, error.what());
   } catch (...) {
-    return Report(source, KIVO_ERR_UNKNOWN, "unknown exception");
+    return Report(site, KIVO_ERR_UNKNOWN, "unknown exception");
   }
 }
 

@@ -1,11 +1,11 @@
 // The error codes' messages, the last-error slot and the translation of foreign error reports into codes.
 // The slot is one integer for the whole process; only VARNKIVOErrSet writes it.
+#include "varn/platform.h"
+#include "varnkivo.h"
+
 #include <atomic>
 #include <cstdio>
 #include <cstring>
-
-#include "varn/platform.h"
-#include "varnkivo.h"
 
 namespace {
 

@@ -2,11 +2,11 @@
 // The whole text is composed once, at construction, so that what() cannot fail.
 #include "kivo_exception.h"
 
-#include <sstream>
-#include <stdexcept>
-
 #include "backtrace.h"
 #include "internal/string_utils.h"
+
+#include <sstream>
+#include <stdexcept>
 
 namespace varnkivo {
 namespace {

@@ -100,12 +100,7 @@ std::string HideSecrets(std::string_view text) {
     at = value.begin;
     if (!secret || value.end <= value.begin) continue;
     const std::size_t shown = value.nested ? 0 : secret->shown;
-    const std::size_t length = value.end - value.begin;
-    if (shown > 0 && length <= shown) {
-      out.append(text.substr(value.begin, length));
-    } else {
-      out.append(text.substr(value.begin, shown)).append("...");
-    }
+    out.append(text.substr(value.begin, std::min(shown, value.end - value.begin))).append("...");
     at = value.end;
   }
   return out;
@@ -133,8 +128,6 @@ std::string Redact(std::string_view text) {
   return EscapeControls(std::string_view(hidden).substr(0, kMostLogged));
 }
 
-std::string Cut10(std::string_view secret) {
-  return EscapeControls(secret.substr(0, kShown)) + (secret.size() > kShown ? "..." : "");
-}
+std::string Cut10(std::string_view secret) { return EscapeControls(secret.substr(0, kShown)); }
 
 }  // namespace varnkivo

@@ -2,12 +2,13 @@
 #ifndef VARNKIVO_TRANSPORT_CURL_HANDLE_H_
 #define VARNKIVO_TRANSPORT_CURL_HANDLE_H_
 
+#include "trust_store.h"
+
 #include <curl/curl.h>
+
 #include <unistd.h>
 
 #include <memory>
-
-#include "trust_store.h"
 
 namespace varnkivo {
 

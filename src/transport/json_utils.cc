@@ -26,10 +26,9 @@ std::optional<std::string> TextMember(const Json::Value& object, const char* nam
 }
 
 std::optional<bool> ToBool(const Json::Value& value) {
-  if (value.isBool()) return value.asBool();
-  const std::string text = value.isInt() || value.isString() ? value.asString() : std::string();
-  if (text == "true" || text == "yes" || text == "1") return true;
-  if (text == "false" || text == "no" || text == "0") return false;
+  if (value.isBool() || (value.isInt() && (value.asInt() == 0 || value.asInt() == 1))) return value.asBool();
+  if (value == "true" || value == "yes" || value == "1") return true;
+  if (value == "false" || value == "no" || value == "0") return false;
   return std::nullopt;
 }
 

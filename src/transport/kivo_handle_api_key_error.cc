@@ -1,11 +1,11 @@
 // Repairs the device's API key after the account centre refused it. Touches the slot and the platform's key.
 // Its log lines carry the name of the page-info operation, which it serves and was once a part of.
-#include <json/json.h>
-
 #include "internal/guard.h"
 #include "internal/log.h"
 #include "varn/platform.h"
 #include "varnkivo.h"
+
+#include <json/json.h>
 
 namespace {
 

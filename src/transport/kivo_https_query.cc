@@ -2,14 +2,14 @@
 // The order is part of the interface: serial, token, account, then the parameters as the hash enumerates them.
 #include "kivo_https_query.h"
 
+#include "internal/log.h"
+#include "internal/redact.h"
+#include "varnkivo.h"
+
 #include <string.h>
 
 #include <cstdio>
 #include <cstdlib>
-
-#include "internal/log.h"
-#include "internal/redact.h"
-#include "varnkivo.h"
 
 namespace varnkivo {
 namespace {

@@ -2,11 +2,11 @@
 #ifndef VARNKIVO_TRANSPORT_KIVO_HTTPS_QUERY_H_
 #define VARNKIVO_TRANSPORT_KIVO_HTTPS_QUERY_H_
 
+#include "internal/platform_handles.h"
+
 #include <curl/curl.h>
 
 #include <string>
-
-#include "internal/platform_handles.h"
 
 namespace varnkivo {
 

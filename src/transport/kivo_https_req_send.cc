@@ -1,6 +1,18 @@
 // Sends a legacy request over HTTPS and hands back status and body. Touches the slot on failure; keeps nothing open.
 // Status 200 and 400 are answers; everything else, and whatever did not arrive whole, is a failure with code 4.
+#include "body_chunk.h"
+#include "curl_handle.h"
+#include "internal/guard.h"
+#include "internal/log.h"
+#include "internal/redact.h"
+#include "internal/wiped.h"
+#include "kivo_https_query.h"
+#include "trust_store.h"
+#include "varn/platform.h"
+#include "varnkivo.h"
+
 #include <curl/curl.h>
+
 #include <string.h>
 #include <unistd.h>
 
@@ -9,16 +21,6 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
-
-#include "body_chunk.h"
-#include "curl_handle.h"
-#include "internal/guard.h"
-#include "internal/log.h"
-#include "internal/redact.h"
-#include "kivo_https_query.h"
-#include "trust_store.h"
-#include "varn/platform.h"
-#include "varnkivo.h"
 
 namespace varnkivo {
 namespace {
@@ -31,6 +33,10 @@ constexpr long kQuickSeconds = 15, kNormalSeconds = 120;
 constexpr int kQuickAttempts = 2, kNormalAttempts = 3;
 constexpr unsigned int kPauseSeconds = 1;
 
+static_assert(sizeof(_tag_libkivo_varn_request_) == 3 * sizeof(void*) + 2 * sizeof(int) + 2 * 4096 &&
+                  offsetof(_tag_libkivo_varn_response_, body) == 2 * sizeof(long),
+              "callers share these layouts");
+
 struct Failed {
   int code;
 };
@@ -40,13 +46,16 @@ struct SlistFree {
 };
 
 /// A field of a request record, which may lack its NUL.
-std::string FieldText(const char (&field)[4096]) { return std::string(field, strnlen(field, sizeof field)); }
+Wiped FieldText(const char (&field)[4096]) { return Wiped(field, strnlen(field, sizeof field)); }
 
 /// One exchange, its steps in the order they run. A step that fails logs and throws Failed.
 class Exchange {
  public:
   Exchange(const _tag_libkivo_varn_request_& request, _tag_libkivo_varn_response_& response, curl_slist* headers)
       : request_(request), response_(response), headers_(headers) {}
+  Exchange(const Exchange&) = delete;
+  Exchange& operator=(const Exchange&) = delete;
+  ~Exchange() { explicit_bzero(url_, sizeof url_); }
 
   void Run() {
     if (!query_.Text()) throw Failed{KIVO_ERR_SYSTEM};
@@ -79,7 +88,12 @@ class Exchange {
 
   template <class Value>
   CURLcode Set(CURLoption option, Value value) {
-    return curl_easy_setopt(curl_.Get(), option, value);
+    return Noted(curl_easy_setopt(curl_.Get(), option, value));
+  }
+
+  CURLcode Noted(CURLcode result) {
+    if (result != CURLE_OK) response_.curl_code = static_cast<int>(result);
+    return result;
   }
 
   std::string LoggedUrl() const { return Redact(url_); }
@@ -143,7 +157,9 @@ class Exchange {
 
   void SetTimeOuts() {
     CURLcode result = Set(CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytes);
-    if (result == CURLE_OK) result = Set(CURLOPT_LOW_SPEED_TIME, kLowSpeedSeconds);
+    if (result != CURLE_OK)
+      LogError(kSenderSource, "Failed to set time-out, return value=%d, err=%s", result, curl_easy_strerror(result));
+    result = Set(CURLOPT_LOW_SPEED_TIME, kLowSpeedSeconds);
     if (result != CURLE_OK)
       LogError(kSenderSource, "Failed to set time-out, return value=%d, err=%s", result, curl_easy_strerror(result));
     const long seconds = request_.quick ? kQuickSeconds : kNormalSeconds;
@@ -181,20 +197,26 @@ class Exchange {
       chunk_.Drop();  // what an earlier attempt received is not part of this answer
       const CURLcode result = curl_easy_perform(curl_.Get());
       response_.curl_code = static_cast<int>(result);
-      if (result == CURLE_OK) return;
+      complete_ = result == CURLE_OK;
+      if (complete_) return;
       if (result != CURLE_COULDNT_RESOLVE_PROXY && result != CURLE_COULDNT_RESOLVE_HOST &&
           result != CURLE_OPERATION_TIMEDOUT)
         Fail(__LINE__, "%s, Failed to curl perform, code=%d, err=%s", LoggedUrl().c_str(), result,
              curl_easy_strerror(result));
       if (attempt == attempts) return;
       if (attempt == attempts - 1) Set(CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_V4));
-      sleep(kPauseSeconds);
+      Pause();
     }
+  }
+
+  /// A signal must not shorten it.
+  static void Pause() {
+    for (unsigned int left = kPauseSeconds; left > 0;) left = sleep(left);
   }
 
   void ReadStatus() {
     long status = 0;
-    const CURLcode result = curl_easy_getinfo(curl_.Get(), CURLINFO_RESPONSE_CODE, &status);
+    const CURLcode result = Noted(curl_easy_getinfo(curl_.Get(), CURLINFO_RESPONSE_CODE, &status));
     if (result != CURLE_OK)
       Fail(__LINE__, "%s, Failed to curl_easy_getinfo, code=%d, err=%s", LoggedUrl().c_str(), result,
            curl_easy_strerror(result));
@@ -202,9 +224,7 @@ class Exchange {
   }
 
   void TakeBody() {
-    const bool accepted =
-        response_.curl_code == CURLE_OK && (response_.http_status == 200 || response_.http_status == 400);
-    if (!accepted)
+    if (!complete_ || (response_.http_status != 200 && response_.http_status != 400))
       Fail(__LINE__, "%s, Failed to request packages, httpResponseCode=%ld, data=%s", LoggedUrl().c_str(),
            response_.http_status, Redact(chunk_.Text() ? chunk_.Text() : "").c_str());
     char* body = chunk_.Text() ? strdup(chunk_.Text()) : nullptr;
@@ -217,6 +237,7 @@ class Exchange {
   curl_slist* headers_;
   std::unique_ptr<curl_slist, SlistFree> ownHeaders_;
   BodyChunk chunk_;
+  bool complete_ = false;  // whether the last attempt received all of an answer
   QueryText query_;
   char url_[kUrlSize] = {};
   CurlHandle curl_;  // last: given back first, while what it points to is still there

@@ -1,13 +1,13 @@
 // Gives the hosts to the exported functions as fixed-size texts. Reads what ServerInfo reads.
 // The order in the record is payment host first, account host second.
-#include <cstdio>
-
 #include "internal/guard.h"
 #include "internal/log.h"
 #include "internal/operation.h"
 #include "kivo_exception.h"
 #include "server_info.h"
 #include "varnkivo.h"
+
+#include <cstdio>
 
 namespace {
 

@@ -3,19 +3,22 @@
 // limit below (4095, 4128) may change.
 #define OPENSSL_API_COMPAT 0x10101000L  // MD5_Init and its siblings; the one file that calls them
 
+#include "internal/guard.h"
+#include "internal/log.h"
+#include "internal/redact.h"
+#include "internal/wiped.h"
+#include "varn/platform.h"
+#include "varnkivo.h"
+
 #include <openssl/md5.h>
+
 #include <string.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
-
-#include "internal/guard.h"
-#include "internal/log.h"
-#include "internal/redact.h"
-#include "varn/platform.h"
-#include "varnkivo.h"
 
 namespace varnkivo {
 namespace {
@@ -52,33 +55,35 @@ class Seed {
   char* text_;
 };
 
-bool Digest(const std::string& text, std::string& hex) {
-  char buffer[kHexSize];
-  if (KivoGetMd5String(text.c_str(), buffer, sizeof buffer) < 0) {
-    LogError(kSource, "Failed to get md5 string from \"%s\".", Cut10(text).c_str());
-    return false;
-  }
-  hex = buffer;
-  return true;
+struct Hex {
+  char digits[kHexSize];
+};
+
+bool Digest(const char* text, Hex& hex) {
+  if (KivoGetMd5String(text, hex.digits, sizeof hex.digits) >= 0) return true;
+  LogError(kSource, "Failed to get md5 string from \"%s\".", Cut10(text).c_str());
+  return false;
 }
 
 int HexDigitValue(char digit) { return digit <= '9' ? digit - '0' : digit - 'a' + 10; }
 
-bool Stretch(const char* seed, std::string& token) {
+bool Stretch(const char* seed, Hex& token) {
   if (!seed) {
     LogError(kSource, "Parameter error");
     return false;
   }
-  std::string digest;
+  Hex digest;
   if (!Digest(seed, digest)) return false;
-  std::string current = std::string(seed).substr(0, kMostCurrent);
-  for (int rounds = HexDigitValue(digest[0]) + 1; rounds > 0; --rounds) {
-    std::string hash, next;
-    if (!Digest(current, hash) || !Digest((current + hash).substr(0, kMostJoined), next)) return false;
-    explicit_bzero(current.data(), current.size());
-    current = next;
+  Wiped current;
+  current.reserve(kMostJoined);
+  current.assign(seed, strnlen(seed, kMostCurrent));
+  for (int rounds = HexDigitValue(digest.digits[0]) + 1; rounds > 0; --rounds) {
+    Hex hash;
+    if (!Digest(current.c_str(), hash)) return false;
+    current.append(hash.digits).resize(std::min(current.size(), kMostJoined));
+    if (!Digest(current.c_str(), token)) return false;
+    current.assign(token.digits);
   }
-  token = current;
   return true;
 }
 
@@ -98,13 +103,13 @@ int GenerateToken(const char* accountId, const char* password, char* serial, std
     LogError(kSource, "Fail to concat string");
     return -1;
   }
-  std::string text;
-  if (!Stretch(seed.Text(), text)) {
+  Hex stretched;
+  if (!Stretch(seed.Text(), stretched)) {
     LogError(kSource, "GenerateToken Failed, err=[0x%04X %s:%d]", VLIBCErrGet(), VLIBCErrorGetFile(),
              VLIBCErrorGetLine());
     return -1;
   }
-  std::snprintf(token, tokenSize, "%s", text.c_str());
+  std::snprintf(token, tokenSize, "%s", stretched.digits);
   return 0;
 }
 
@@ -112,6 +117,7 @@ int GenerateToken(const char* accountId, const char* password, char* serial, std
 }  // namespace varnkivo
 
 int KivoGetMd5String(const char* text, char* hex, int size) {
+  if (!hex) VARNKIVOErrSet(KIVO_ERR_BAD_PARAM);
   if (!text || !hex || size < 32) return -1;
   memset(hex, 0, static_cast<std::size_t>(size));
   MD5_CTX context;
@@ -146,6 +152,7 @@ int VARNKIVOGenerateToken(const char* accountId, const char* password, char* ser
   return varnkivo::Guarded(varnkivo::kSource, [&] {
     if (!token) {
       varnkivo::LogError(varnkivo::kSource, "Wrong parameters");
+      VARNKIVOErrSet(KIVO_ERR_BAD_PARAM);
       return -1;
     }
     return varnkivo::GenerateToken(accountId, password, serial, serialSize, token, tokenSize);

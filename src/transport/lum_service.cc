@@ -4,6 +4,7 @@
 
 #include "internal/log.h"
 #include "internal/platform_handles.h"
+#include "internal/redact.h"
 #include "kivo_exception.h"
 #include "varn/platform.h"
 
@@ -74,7 +75,7 @@ class LumServiceImpl {
     }
     for (const auto& [name, value] : params) {
       if (VLIBCSzHashSetValue(hash.get(), name.c_str(), value.c_str()) < 0)
-        LogError(kSource, "Failed to set notify param: %s => %s", name.c_str(), value.c_str());
+        LogError(kSource, "Failed to set notify param: %s => %s", name.c_str(), Redact(value).c_str());
     }
     if (VARNSysNotifySendNotifiction(tag.c_str(), hash.get()) < 0)
       LogError(kSource, "Failed to send notify by VARNSysNotifySendNotifiction");

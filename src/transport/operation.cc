@@ -2,10 +2,10 @@
 // The platform's last error is read before anything else is called, since clean-up may change it.
 #include "internal/operation.h"
 
-#include <cstdarg>
-
 #include "internal/log.h"
 #include "internal/redact.h"
+
+#include <cstdarg>
 
 namespace varnkivo {
 namespace {
@@ -108,7 +108,7 @@ Request& Request::Quick(bool quick) {
   return *this;
 }
 
-const char* Request::Send(int line) {
+const char* Request::Send(const char* failure, int line) {
   VARNKIVOHttpsResponseFree(&response_);
   _tag_libkivo_varn_request_ request = {};
   request.host = host_;
@@ -116,8 +116,7 @@ const char* Request::Send(int line) {
   request.params = parameters_.get();
   request.quick = quick_;
   if (VARNKIVOHttpsRequestSend(&request, &response_) < 0)
-    operation_.Stop({KIVO_ERR_SEND, line}, "Failed to send https request. err=[0x%04X %s:%d]", VLIBCErrGet(),
-                    VLIBCErrorGetFile(), VLIBCErrorGetLine());
+    operation_.Stop({KIVO_ERR_SEND, line}, failure, VLIBCErrGet(), VLIBCErrorGetFile(), VLIBCErrorGetLine());
   return response_.body;
 }
 

@@ -3,13 +3,13 @@
 // An unreadable record never costs the host: it counts as one that names none.
 #include "server_info.h"
 
-#include <cstring>
-
 #include "internal/log.h"
 #include "server_hosts.h"
 #include "server_info_impl.h"
 #include "user.h"
 #include "varn/platform.h"
+
+#include <cstring>
 
 namespace varnkivo {
 namespace {

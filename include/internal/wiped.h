@@ -1,0 +1,21 @@
+// Text that is overwritten when it goes.
+#ifndef VARNKIVO_INTERNAL_WIPED_H_
+#define VARNKIVO_INTERNAL_WIPED_H_
+
+#include <string.h>
+
+#include <string>
+
+namespace varnkivo {
+
+/// A password or what holds one. Reserve before appending: a text that grows leaves its old memory behind as it was.
+struct Wiped : std::string {
+  using std::string::string;
+  Wiped(const Wiped&) = default;
+  Wiped& operator=(const Wiped&) = default;
+  ~Wiped() { explicit_bzero(data(), capacity()); }
+};
+
+}  // namespace varnkivo
+
+#endif  // VARNKIVO_INTERNAL_WIPED_H_
