@@ -1,0 +1,165 @@
+// Finds the words for a failure and prints them. No state. A cause names what happened, never a secret; what comes from
+// outside goes through Printable before it reaches a terminal.
+#include "failure.h"
+
+#include <varnkivo/varnkivo.h>
+
+#include <cstdio>
+#include <utility>
+
+#include "output.h"
+#include "text.h"
+
+namespace kivotool {
+namespace {
+
+using Doing = Situation::Doing;
+
+constexpr char kAnyLogin[] = "varnkivo login --email YOU@EXAMPLE.COM";
+constexpr char kLog[] = "grep varnkivo /var/log/syslog";
+constexpr char kNothingChanged[] = "Nothing; what was stored before is unchanged.";
+
+struct Words {
+  int code;
+  Retry retry;
+  const char* cause;
+  const char* deviceNext;  // null: as the operation left it
+  const char* run;         // null: the same command again
+};
+
+constexpr Words kWords[] = {
+    {KIVO_ERR_BAD_PARAM, Retry::kNo, "A value was refused as empty or malformed.", nullptr, "varnkivo --help"},
+    {KIVO_ERR_BAD_JSON, Retry::kPerhaps, "The answer was not one of the account centre's: not JSON.", nullptr, kLog},
+    {KIVO_ERR_NO_ACCOUNT, Retry::kNo, "Nobody is signed in on this device.",
+     "Nothing until someone signs in; it reports nothing and asks nobody.", kAnyLogin},
+    {KIVO_ERR_SEND, Retry::kYes, "The account centre could not be reached, or was not able to answer.", nullptr, nullptr},
+    {KIVO_ERR_RESPONSE, Retry::kYes, "The account centre's answer was incomplete.", nullptr, nullptr},
+    {KIVO_ERR_SYSTEM, Retry::kNo, "The account record is out of reach for this user, or the system ran out of memory.",
+     nullptr, "sudo varnkivo status"},
+    {KIVO_ERR_SERIAL, Retry::kNo, "The device's serial number could not be read.", nullptr, "varnkivo paths"},
+    {KIVO_ERR_AUTH, Retry::kNo, "The account centre refused this e-mail and password.", nullptr, nullptr},
+    {KIVO_ERR_NETWORK, Retry::kYes, "The network failed between the device and the account centre.", nullptr, nullptr},
+    {KIVO_ERR_ACCOUNT_UNVERIFIED, Retry::kPerhaps,
+     "The account's e-mail address is not confirmed yet: follow the link in the mail the account centre sent.", nullptr,
+     nullptr},
+    {KIVO_ERR_CONFIG_WRITE, Retry::kPerhaps, "The account record could not be written (full or read-only disk?).",
+     "Nothing; keys written before the failure stay in the record.", "df -h /usr/varn/etc"},
+    {KIVO_ERR_MAC, Retry::kNo, "The device's MAC address could not be read.", nullptr, "varnkivo paths"},
+    {KIVO_ERR_TOKEN, Retry::kNo, "The device has no usable token.", nullptr, kAnyLogin},
+    {KIVO_ERR_SERVER_CONFIG, Retry::kNo, "The device's server hosts could not be read.", nullptr, kLog},
+    {KIVO_ERR_UNKNOWN, Retry::kPerhaps, "The account centre or the cloud service gave an answer without a known meaning.",
+     nullptr, kLog},
+    {KIVO_ERR_ACCOUNT_NOT_FOUND, Retry::kNo, "The account centre knows no account with this e-mail address.", nullptr,
+     nullptr},
+    {KIVO_ERR_APIKEY_NOT_FOUND, Retry::kPerhaps,
+     "The account centre does not know the device's API key, and a new one was not accepted either.",
+     "It makes itself a new API key at each sign-in that is answered so.", nullptr},
+    {KIVO_ERR_APIKEY_EXPIRED, Retry::kPerhaps, "The device's API key has expired.",
+     "The cloud service has been asked to renew the key.", nullptr},
+    {KIVO_ERR_INVALID_MACHINE, Retry::kNo, "The account centre does not accept this device (serial number, MAC address).",
+     nullptr, "varnkivo paths"},
+};
+
+const char* NextByDefault(Doing doing) {
+  switch (doing) {
+    case Doing::kReadingRecord: return "Nothing; the record was not touched.";
+    case Doing::kPasswordLogin: return "Nothing; who was signed in before still is, and it does not try again by itself.";
+    case Doing::kKeyLogin: return kNothingChanged;
+    case Doing::kQuery: return "It keeps the stored profile, and asks again when that is a day old and somebody needs it.";
+  }
+  return kNothingChanged;
+}
+
+Failure FromWords(const Words& words, const Situation& situation) {
+  return {ExitFromLibrary(words.code, situation.text, Caller::kOther), words.code, words.cause, words.retry,
+          words.deviceNext ? words.deviceNext : NextByDefault(situation.doing),
+          words.run ? words.run : situation.again};
+}
+
+Failure Busy(int code, const Situation& situation) {
+  return {kBusy, code, "Another process has been working on the account for more than 30 seconds.", Retry::kYes,
+          "Nothing was changed; the lock is freed when the other process is done.", situation.again};
+}
+
+/// The same library code can mean more than one thing; here is what the situation tells apart.
+void Sharpen(Failure& failure, int code, const Situation& situation) {
+  if (code == KIVO_ERR_SYSTEM && situation.serverAnswer.rfind("badsys", 0) == 0) {
+    failure.cause = "The account centre reported a fault of its own (\"badsys\").";
+    failure.retry = Retry::kYes;
+    failure.run = situation.again;
+  } else if (code == KIVO_ERR_AUTH && situation.doing == Doing::kKeyLogin) {
+    failure.cause = "The account could not be queried with this key: it was refused, or the account centre is unreachable.";
+    failure.retry = Retry::kPerhaps;
+    failure.deviceNext = "Nothing; the account record has been removed, so that nobody is signed in now.";
+  } else if (code == KIVO_ERR_NO_ACCOUNT && situation.doing == Doing::kQuery) {
+    failure.cause = "The account centre no longer accepts this device's sign-in.";
+    failure.deviceNext = "It has removed the account record and stays signed out until someone signs in.";
+  }
+}
+
+const char* RetryText(Retry retry) {
+  switch (retry) {
+    case Retry::kYes: return "helps";
+    case Retry::kNo: return "does not help";
+    case Retry::kPerhaps: return "may help";
+  }
+  return "may help";
+}
+
+const char* RetryWord(Retry retry) {
+  switch (retry) {
+    case Retry::kYes: return "yes";
+    case Retry::kNo: return "no";
+    case Retry::kPerhaps: return "perhaps";
+  }
+  return "perhaps";
+}
+
+}  // namespace
+
+Failure UsageFailure(std::string cause, std::string run) {
+  return {kUsage, std::nullopt, std::move(cause), Retry::kNo, "Nothing; the command was not carried out.", std::move(run)};
+}
+
+Failure NotSignedInFailure() { return Explain(KIVO_ERR_NO_ACCOUNT, {}); }
+
+Failure Explain(int code, const Situation& situation) {
+  const Caller caller = situation.doing == Doing::kQuery ? Caller::kQuery : Caller::kOther;
+  if (ExitFromLibrary(code, situation.text, caller) == kBusy) return Busy(code, situation);
+  for (const Words& words : kWords) {
+    if (words.code != code) continue;
+    Failure failure = FromWords(words, situation);
+    Sharpen(failure, code, situation);
+    return failure;
+  }
+  return {ExitFromLibrary(code, situation.text, caller), code,
+          std::string("The operation failed: ") + GetKivoErrorMsg(code) + ".", Retry::kPerhaps,
+          NextByDefault(situation.doing), kLog};
+}
+
+std::string ToJsonLine(const Failure& failure) {
+  Json::Value document = NewDocument();
+  document["exit_code"] = static_cast<int>(failure.exit);
+  document["kind"] = ExitName(failure.exit);
+  document["library_code"] = failure.libraryCode ? Json::Value(*failure.libraryCode) : Json::Value();
+  document["cause"] = Utf8(failure.cause);
+  document["retry_helps"] = RetryWord(failure.retry);
+  document["device_next"] = Utf8(failure.deviceNext);
+  document["run"] = Utf8(failure.run);
+  return OneLine(document);
+}
+
+void Report(const Failure& failure, bool json) {
+  if (json) {
+    std::fprintf(stderr, "%s\n", ToJsonLine(failure).c_str());
+    return;
+  }
+  const bool colour = StderrIsLively();
+  std::fprintf(stderr, "%svarnkivo: %s%s\n", colour ? "\033[1;31m" : "", Printable(failure.cause).c_str(),
+               colour ? "\033[0m" : "");
+  std::fprintf(stderr, "  A retry:     %s\n", RetryText(failure.retry));
+  std::fprintf(stderr, "  The device:  %s\n", Printable(failure.deviceNext).c_str());
+  std::fprintf(stderr, "  Run:         %s\n", Printable(failure.run).c_str());
+}
+
+}  // namespace kivotool

@@ -1,0 +1,121 @@
+// `status`: everything about this device's sign-in at a glance. Reads the record, the job file and the hosts; asks nobody
+// and never waits. Being signed out is a state, not an error: the exit code is 0.
+#include <varnkivo/server_info.h>
+
+#include <cstdio>
+#include <ctime>
+
+#include "account_state.h"
+#include "command_line.h"
+#include "cron_schedule.h"
+#include "device_files.h"
+#include "output.h"
+#include "text.h"
+
+namespace kivotool {
+namespace {
+
+struct Status {
+  AccountState account;
+  FileFacts record, jobFile;
+  std::string jobLine;
+  std::int64_t nextRun = 0;  // 0: not known
+  std::string accountHost, identityHost, paymentHost;
+};
+
+Status Gather(std::int64_t now) {
+  Status status;
+  status.account = ReadAccountState();
+  status.record = LookAt(kRecordPath);
+  status.jobFile = LookAt(kJobPath);
+  status.jobLine = ReadJobLine();
+  status.nextRun = NextRun(status.jobLine, now);
+  const varnkivo::ServerInfo hosts;
+  status.accountHost = hosts.GetAccountHost();
+  status.identityHost = hosts.GetIdentityHost();
+  status.paymentHost = hosts.GetPaymentHost();
+  return status;
+}
+
+Json::Value RecordJson(const FileFacts& record) {
+  Json::Value out(Json::objectValue);
+  out["path"] = kRecordPath;
+  out["exists"] = record.known ? Json::Value(record.exists) : Json::Value();
+  out["mode"] = TextOrNull(record.mode);
+  out["uid"] = record.exists ? Json::Value(record.uid) : Json::Value();
+  out["gid"] = record.exists ? Json::Value(record.gid) : Json::Value();
+  return out;
+}
+
+Json::Value JobJson(const Status& status) {
+  Json::Value out(Json::objectValue);
+  out["path"] = kJobPath;
+  out["exists"] = status.jobFile.known ? Json::Value(status.jobFile.exists) : Json::Value();
+  out["line"] = TextOrNull(status.jobLine);
+  SetTime(out, "next_run", status.nextRun);
+  return out;
+}
+
+void PrintJson(const Status& status) {
+  const AccountState& account = status.account;
+  const bool signedIn = account.signIn == SignIn::kSignedIn;
+  Json::Value document = NewDocument();
+  document["state"] = SignInName(account.signIn);
+  document["signed_in"] = signedIn;
+  document["email"] = TextOrNull(account.email);
+  document["user_id"] = TextOrNull(account.userId);
+  document["activated"] = signedIn && account.lastQuery > 0 ? Json::Value(account.activated) : Json::Value();
+  SetTime(document, "last_query", account.lastQuery);
+  document["record"] = RecordJson(status.record);
+  document["job"] = JobJson(status);
+  document["hosts"]["account"] = TextOrNull(status.accountHost);
+  document["hosts"]["identity"] = TextOrNull(status.identityHost);
+  document["hosts"]["payment"] = TextOrNull(status.paymentHost);
+  PrintDocument(document);
+}
+
+std::string RecordText(const FileFacts& record) {
+  const std::string path = kRecordPath;
+  if (!record.exists) return path + (record.known ? " (none)" : " (out of sight for this user)");
+  return path + " (mode " + record.mode + ", owner " + std::to_string(record.uid) + ":" + std::to_string(record.gid) + ")";
+}
+
+std::string JobText(const Status& status) {
+  const std::string path = kJobPath;
+  return status.jobLine.empty() ? path + " (none)" : path + ": " + status.jobLine;
+}
+
+void PrintText(const Status& status, std::int64_t now) {
+  const AccountState& account = status.account;
+  const bool incomplete = account.signIn == SignIn::kIncomplete;
+  PrintField("Signed in", incomplete ? "no (the record is incomplete: sign in again)"
+                                     : std::string(account.signIn == SignIn::kSignedIn ? "yes" : "no"));
+  PrintField("E-mail", account.email);
+  PrintField("User id", account.userId);
+  PrintField("Activated", account.lastQuery > 0 ? std::string(account.activated ? "yes" : "no") : "");
+  PrintField("Last query", Ago(account.lastQuery, now));
+  PrintField("Record", RecordText(status.record));
+  PrintField("Report job", JobText(status));
+  PrintField("Next report", status.nextRun > 0 ? Rfc3339(status.nextRun) : "");
+  PrintField("Account host", status.accountHost);
+  PrintField("Identity host", status.identityHost);
+  PrintField("Payment host", status.paymentHost);
+}
+
+Exit RunStatus(bool json) {
+  const std::int64_t now = std::time(nullptr);
+  const Status status = WithRecord([now] { return Gather(now); });
+  if (json) PrintJson(status);
+  else PrintText(status, now);
+  return kDone;
+}
+
+}  // namespace
+
+void AddStatus(CLI::App& app, Invocation& call) {
+  AddVerb(app, call, "status", "Show the sign-in, the record, the report job and the hosts; asks nobody",
+          "varnkivo status --json | jq -r .state")
+      ->callback([&call] { call.run = [&call] { return RunStatus(call.json); }; });
+}
+
+}  // namespace kivotool
