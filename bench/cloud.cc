@@ -1,0 +1,97 @@
+// Starts varnkivo-sim, reads its ready line, and writes the bundle between runs. The bundle belongs to the sandbox.
+#include "cloud.h"
+
+#include <fcntl.h>
+#include <json/json.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+#include "programs/request.h"
+
+namespace bench {
+namespace {
+
+constexpr const char *kAccounts = "/tmp/varnkivo-bench-accounts.json", *kBundle = "/etc/ssl/certs/ca-certificates.crt";
+
+std::string ReadText(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  if (!file || text.empty()) throw std::runtime_error("cannot read " + path);
+  return text;
+}
+
+void WriteText(const char* path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << text;
+  if (!file.flush()) throw std::runtime_error(std::string("cannot write ") + path);
+}
+
+/// The account that the request of the benchmarks is about, in the simulator's format.
+std::string Accounts() {
+  Json::Value account;
+  account["email"] = "ann@example.com";
+  account["password"] = "correct horse";
+  account["user_id"] = kUserId;
+  account["auth_keys"][kSerial] = kAuthKey;
+  Json::Value accounts;
+  accounts.append(account);
+  return Json::writeString(Json::StreamWriterBuilder(), accounts);
+}
+
+}  // namespace
+
+Cloud::Cloud() {
+  WriteText(kAccounts, Accounts());
+  int output[2];
+  if (pipe2(output, O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+  std::string program = BENCH_SIMULATOR, trust = "--trust-into", accounts = std::string("--accounts=") + kAccounts,
+              port = "--control-port=0";
+  char* argv[] = {program.data(), trust.data(), accounts.data(), port.data(), nullptr};
+  const int failed = posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  close(output[1]);
+  if (failed) throw std::runtime_error("cannot start " + program);
+  AwaitReady(output[0]);
+}
+
+void Cloud::AwaitReady(int output) {
+  FILE* stream = fdopen(output, "r");
+  char line[4096] = {};
+  const bool got = stream && std::fgets(line, sizeof line, stream);
+  if (stream) std::fclose(stream);
+  Json::Value ready;
+  std::istringstream text(line);
+  std::string errors;
+  if (!got || !Json::parseFromStream(Json::CharReaderBuilder(), text, &ready, &errors))
+    throw std::runtime_error("the simulator did not start");
+  ownCa_ = ReadText(ready["ca"].asString());
+  fullBundle_ = ReadText(kBundle);
+}
+
+Cloud::~Cloud() {
+  kill(pid_, SIGTERM);
+  waitpid(pid_, nullptr, 0);
+}
+
+void Cloud::TrustAll() const { WriteText(kBundle, fullBundle_); }
+void Cloud::TrustOnlyOwnCa() const { WriteText(kBundle, ownCa_); }
+
+int Cloud::Certificates() const {
+  const std::string mark = "-----BEGIN CERTIFICATE-----";
+  int count = 0;
+  for (std::size_t at = fullBundle_.find(mark); at != std::string::npos; at = fullBundle_.find(mark, at + 1)) ++count;
+  return count;
+}
+
+}  // namespace bench

@@ -1,0 +1,33 @@
+// The simulated cloud in a process of its own, so that its work is not counted, and the trust bundle of the sandbox.
+#ifndef VARNKIVO_BENCH_CLOUD_H_
+#define VARNKIVO_BENCH_CLOUD_H_
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace bench {
+
+class Cloud {
+ public:
+  Cloud();  ///< serves, with its CA added to the bundle, when it returns; throws std::runtime_error
+  Cloud(const Cloud&) = delete;
+  Cloud& operator=(const Cloud&) = delete;
+  ~Cloud();
+
+  /// The machine's bundle and the cloud's CA.
+  void TrustAll() const;
+  /// A bundle of one certificate.
+  void TrustOnlyOwnCa() const;
+  int Certificates() const;  ///< in the bundle of TrustAll
+
+ private:
+  void AwaitReady(int output);
+
+  pid_t pid_ = 0;
+  std::string fullBundle_, ownCa_;
+};
+
+}  // namespace bench
+
+#endif  // VARNKIVO_BENCH_CLOUD_H_

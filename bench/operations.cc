@@ -1,0 +1,85 @@
+// The operations by name. They need the device of PrepareDevice; the hand-made ones use files beside the record.
+#include "operations.h"
+
+#include <fcntl.h>
+#include <json/json.h>
+#include <unistd.h>
+#include <varnkivo/file_lock.h>
+#include <varnkivo/user.h>
+#include <varnkivo/varnkivo.h>
+
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+namespace bench {
+namespace {
+
+#define BENCH_FOLDER "/usr/varn/etc/varnholt-account/private"
+
+void Check(bool done, const char* what) {
+  if (!done) throw std::runtime_error(std::string(what) + " failed");
+}
+
+void Get(unsigned int) { Check(!varnkivo::User().GetEmail().empty(), "User::GetEmail"); }
+
+void GetByHand(unsigned int) {
+  char text[8192];
+  const int file = open(BENCH_FOLDER "/user.conf", O_RDONLY | O_CLOEXEC);
+  const ssize_t size = file < 0 ? -1 : read(file, text, sizeof text - 1);
+  close(file);
+  Check(size > 0, "reading by hand");
+  text[size] = '\0';
+  const char* value = std::strstr(text, "\nkivoID=\"");
+  Check(value != nullptr, "scanning by hand");
+  value += std::strlen("\nkivoID=\"");
+  Check(!std::string(value, std::strcspn(value, "\"")).empty(), "scanning by hand");
+}
+
+void Set(unsigned int turn) { varnkivo::User().SetName(turn % 2 == 0 ? "Ann Example" : "Anna Example"); }
+
+void SetByHand(unsigned int turn) {
+  char text[430];  // the size of the record
+  std::memset(text, turn % 2 == 0 ? 'a' : 'b', sizeof text);
+  const int file = open(BENCH_FOLDER "/by-hand.new", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  const bool written = file >= 0 && write(file, text, sizeof text) == sizeof text && fsync(file) == 0;
+  close(file);
+  Check(written && rename(BENCH_FOLDER "/by-hand.new", BENCH_FOLDER "/by-hand") == 0, "writing by hand");
+  const int folder = open(BENCH_FOLDER, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const bool synced = folder >= 0 && fsync(folder) == 0;
+  close(folder);
+  Check(synced, "writing by hand");
+}
+
+void CachedQuery(unsigned int) {
+  Json::Value profile;
+  Check(VARNKIVOAccountQueryInfo(profile, false, true) == 0, "VARNKIVOAccountQueryInfo");
+}
+
+void AccountGet(unsigned int) {
+  static _tag_kivo_INFO_ info;
+  Check(VARNKIVOAccountGet(&info) == 0, "VARNKIVOAccountGet");
+}
+
+void DeviceToken(unsigned int) {
+  char serial[36] = {}, token[33] = {};
+  Check(VARNKIVOGenerateToken("ann@example.com", "correct horse", serial, sizeof serial, token, sizeof token) == 0,
+        "VARNKIVOGenerateToken");
+}
+
+void LockAndUnlock(unsigned int) {
+  varnkivo::FileLock lock("/tmp/account_bench.lock");
+  Check(lock.Lock(1), "FileLock::Lock");
+  lock.Unlock();
+}
+
+}  // namespace
+
+const std::vector<Operation>& Operations() {
+  static const std::vector<Operation> operations = {
+      {"get", Get},           {"get-by-hand", GetByHand},  {"set", Set},           {"set-by-hand", SetByHand},
+      {"query", CachedQuery}, {"account-get", AccountGet}, {"token", DeviceToken}, {"lock", LockAndUnlock}};
+  return operations;
+}
+
+}  // namespace bench

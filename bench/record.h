@@ -1,0 +1,13 @@
+// A signed-in device to measure on.
+#ifndef VARNKIVO_BENCH_RECORD_H_
+#define VARNKIVO_BENCH_RECORD_H_
+
+namespace bench {
+
+/// Puts the account record on a disk where the sandbox keeps it in memory (a write would cost nothing there), fills it,
+/// and has it fresh enough for a query not to go to the server. Throws outside of a sandbox.
+void PrepareDevice();
+
+}  // namespace bench
+
+#endif  // VARNKIVO_BENCH_RECORD_H_
