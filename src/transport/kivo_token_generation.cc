@@ -124,8 +124,12 @@ int KivoGetMd5String(const char* text, char* hex, int size) {
   unsigned char digest[MD5_DIGEST_LENGTH];
   if (MD5_Init(&context) < 1 || MD5_Update(&context, text, strlen(text)) < 1 || MD5_Final(digest, &context) < 1)
     return -1;
-  for (int i = 0; i < MD5_DIGEST_LENGTH; ++i)
-    std::snprintf(hex + 2 * i, 3, "%02x", digest[i]);  // the last NUL: byte 32
+  static constexpr char kDigits[] = "0123456789abcdef";
+  for (const unsigned char byte : digest) {
+    *hex++ = kDigits[byte >> 4];
+    *hex++ = kDigits[byte & 15];
+  }
+  *hex = '\0';  // byte 32
   return 0;
 }
 
