@@ -38,12 +38,17 @@ bool Save(const Json::Value& job, const char* name = "kivo") {
   return VARN::VARNCrond::ConfigManager(name, false).Save(job);
 }
 
-std::vector<std::string> JobLines(const std::string& path = kFile) {
-  std::vector<std::string> lines;
-  std::istringstream in(Slurp(path));
-  for (std::string line; std::getline(in, line);) {
-    if (!line.empty() && line[0] != '#') lines.push_back(line);
-  }
+std::vector<std::string> Parts(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
+  return parts;
+}
+
+std::vector<std::string> JobLines() {
+  auto lines = Parts(Slurp(kFile), '\n');
+  const auto comment = [](const std::string& line) { return line.empty() || line[0] == '#'; };
+  lines.erase(std::remove_if(lines.begin(), lines.end(), comment), lines.end());
   return lines;
 }
 
@@ -76,57 +81,15 @@ TEST(Schedule, AcceptsFiveValidFields) {
 TEST_F(Scheduler, RefusesEverythingElseAndKeepsTheEarlierJob) {
   ASSERT_TRUE(Save(Job("1 2 3 4 5")));
   const std::string before = Slurp(kFile);
-  for (const char* schedule : {"",
-                               "*",
-                               "* * * *",
-                               "* * * * * *",
-                               "60 * * * *",
-                               "* 24 * * *",
-                               "* * 0 * *",
-                               "* * 32 * *",
-                               "* * * 0 *",
-                               "* * * 13 *",
-                               "* * * * 8",
-                               "-1 * * * *",
-                               "5- * * * *",
-                               "-5 * * * *",
-                               "9-5 * * * *",
-                               "9~5 * * * *",
-                               "~5 * * * *",
-                               "5~ * * * *",
-                               "1~2~3 * * * *",
-                               "1~5,7 * * * *",
-                               "~,5 * * * *",
-                               "~/2 * * * *",
-                               "1~60 * * * *",
-                               "*/0 * * * *",
-                               "*/60 * * * *",
-                               "*/ * * * *",
-                               "/5 * * * *",
-                               "5/5 * * * *",
-                               "** * * * *",
-                               "*5 * * * *",
-                               "1,,2 * * * *",
-                               ",1 * * * *",
-                               "1, * * * *",
-                               "1-2-3 * * * *",
-                               "001 * * * *",
-                               "4294967296 * * * *",
-                               "MON * * * *",
-                               "* * * * mon",
-                               "@reboot",
-                               "@daily * * * *",
-                               "* * * * * root sh",
-                               "* * * * *\n* * * * * root sh",
-                               "*\n* * * *",
-                               "* * * * *;",
-                               "$(x) * * * *",
-                               "* * * * *\r",
-                               "* * * * %",
-                               "\xd9\xa1 * * * *",
-                               "0x1 * * * *",
-                               "1.5 * * * *",
-                               "+1 * * * *"}) {
+  const char* const refused =
+      "|*|* * * *|* * * * * *|60 * * * *|* 24 * * *|* * 0 * *|* * 32 * *|* * * 0 *|* * * 13 *|* * * * 8|"
+      "-1 * * * *|5- * * * *|-5 * * * *|9-5 * * * *|9~5 * * * *|~5 * * * *|5~ * * * *|1~2~3 * * * *|"
+      "1~5,7 * * * *|~,5 * * * *|~/2 * * * *|1~60 * * * *|*/0 * * * *|*/60 * * * *|*/ * * * *|/5 * * * *|"
+      "5/5 * * * *|** * * * *|*5 * * * *|1,,2 * * * *|,1 * * * *|1, * * * *|1-2-3 * * * *|001 * * * *|"
+      "4294967296 * * * *|MON * * * *|* * * * mon|@reboot|@daily * * * *|* * * * * root sh|"
+      "* * * * *\n* * * * * root sh|*\n* * * *|* * * * *;|$(x) * * * *|* * * * *\r|* * * * %|"
+      "\xd9\xa1 * * * *|0x1 * * * *|1.5 * * * *|+1 * * * *";
+  for (const std::string& schedule : Parts(refused, '|')) {
     EXPECT_FALSE(Save(Job(schedule))) << schedule;
     EXPECT_EQ(static_cast<unsigned>(VLIB_ERR_SCHEDULE), VLIBCErrGet());
   }
@@ -198,27 +161,14 @@ TEST_F(Scheduler, RefusesJobsThatCouldSayMoreThanTheyShould) {
     return with("cmd_list", list);
   };
   const Json::Value none;
-  const Json::Value jobs[] = {none,
-                              Json::Value("job"),
-                              with("period", "daily"),
-                              with("period", none),
-                              with("crontab", none),
-                              with("crontab", 5),
-                              with("user", none),
-                              with("user", ""),
-                              with("user", "root sh"),
-                              with("user", "root\n*"),
-                              with("user", "-x"),
-                              with("user", "%"),
-                              with("cmd_list", none),
-                              with("cmd_list", "/bin/sh"),
-                              command({}),
-                              command({""}),
-                              command({"sh"}),
-                              command({"/bin/sh", "a\n* * * * * root sh"}),
-                              command({"/bin/sh", "a%b"}),
-                              command({"/bin/sh", "a\rb"}),
-                              command({"/bin/sh", std::string(1000, 'x').c_str()})};
+  // clang-format off
+  const Json::Value jobs[] = {
+      none, Json::Value("job"), with("period", "daily"), with("period", none), with("crontab", none),
+      with("crontab", 5), with("user", none), with("user", ""), with("user", "root sh"), with("user", "root\n*"),
+      with("user", "-x"), with("user", "%"), with("cmd_list", none), with("cmd_list", "/bin/sh"), command({}),
+      command({""}), command({"sh"}), command({"/bin/sh", "a\n* * * * * root sh"}), command({"/bin/sh", "a%b"}),
+      command({"/bin/sh", "a\rb"}), command({"/bin/sh", std::string(1000, 'x').c_str()})};
+  // clang-format on
   for (const Json::Value& job : jobs) EXPECT_FALSE(Save(job)) << job;
   for (const char* name : {"", ".", "..", "../x", "a/b", "a.b", "a b", "a\n"})
     EXPECT_FALSE(Save(Job("0 3 * * *"), name));
@@ -246,7 +196,9 @@ TEST_F(Scheduler, TheShellSeesTheWordsOfTheCommand) {
 }
 
 TEST_F(Scheduler, RemovesByCommandAndTouchesNoFileOfOthers) {
-  const std::string foreign = "# Made by hand\n0 0 * * * root /usr/varn/bin/varnkivo --report_info\n";
+  const std::string foreign =
+      "# Made by hand, for the time being.\n# varn-command: /usr/varn/bin/varnkivo --report_info\n"
+      "0 0 * * * root /usr/varn/bin/varnkivo --report_info\n";
   Spill("/etc/cron.d/byhand", foreign);
   Json::Value other = Job("0 3 * * *");
   other["cmd_list"][1] = "--report";

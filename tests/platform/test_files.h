@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -51,6 +52,7 @@ class TempDir {
 /// Runs `body` in a child that ends with its result; the child's process id.
 template <class Body>
 pid_t InChild(Body body) {
+  fflush(nullptr);  // or the child may write what is still buffered a second time
   const pid_t pid = VLIBCProcFork();
   if (pid == 0) _exit(body());
   return pid;

@@ -200,8 +200,7 @@ VARN_PLATFORM_API pid_t VLIBCProcFork(void);
  * descriptor but 0, 1 and 2. Its exit status 0..255; fails where it could not be started or was ended by a signal. */
 VARN_PLATFORM_API int VLIBCExecl(const char* program, int flags, const char* arg, ...);
 /** A pipe from (`mode` "r") or to ("w") a program started likewise, without a shell. Null: not started. */
-VARN_PLATFORM_API FILE* VLIBCPopen(const char* program, const char* mode, const char* arg,
-                                   ...);
+VARN_PLATFORM_API FILE* VLIBCPopen(const char* program, const char* mode, const char* arg, ...);
 /** Closes the pipe and waits. The program's exit status 0..255, or fails as VLIBCExecl does. */
 VARN_PLATFORM_API int VLIBCPclose(FILE* pipe);
 
