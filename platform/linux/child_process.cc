@@ -45,13 +45,16 @@ bool RaiseIds() {
   return syscall(kSetUid, 0, 0, 0) == 0 && syscall(kSetGroups, 0, nullptr) == 0 && syscall(kSetGid, 0, 0, 0) == 0;
 }
 
+/// System calls again: the C library's functions leave out the two signals it keeps for itself, and those are inherited
+/// ignored or blocked as well.
 void ResetSignals() {
-  struct sigaction standard {};
-  standard.sa_handler = SIG_DFL;
-  for (int signal = 1; signal < NSIG; ++signal) sigaction(signal, &standard, nullptr);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  const struct {
+    unsigned long words[4];
+  } standard = {};  // as the kernel lays out a sigaction: SIG_DFL, no flags, no mask
+  constexpr std::size_t kSetSize = _NSIG / 8;
+  const unsigned char none[kSetSize] = {};
+  for (int signal = 1; signal < _NSIG; ++signal) syscall(SYS_rt_sigaction, signal, &standard, nullptr, kSetSize);
+  syscall(SYS_rt_sigprocmask, SIG_SETMASK, none, nullptr, kSetSize);
 }
 
 bool PlaceDescriptors(const Child& child, int report) {

@@ -45,9 +45,10 @@ bool IsPathName(const std::string& name) {
   return before != '/';
 }
 
-/// Whoever may write here may act as this process: only root and the account service.
+/// Whoever may write here acts as this process: root, and the account service where the process is no more than that.
 bool IsTrusted(const struct stat& status) {
-  return (status.st_uid == 0 || status.st_uid == kAccountUid) && (status.st_mode & S_IWOTH) == 0;
+  const bool fromTrusted = status.st_uid == 0 || (status.st_uid == kAccountUid && geteuid() == kAccountUid);
+  return fromTrusted && (status.st_mode & S_IWOTH) == 0;
 }
 
 bool IsPlugin(const std::string& path) {

@@ -4,7 +4,7 @@
 int CallPlatformFromC(void);
 
 int CallPlatformFromC(void) {
-  VLIBPlugin *plugins = NULL;
+  VLIBPlugin* plugins = NULL;
   _tag_sdk_plugin_action_ action = VLIB_PLUGIN_ACTION_POST;
   enum _tag_sdk_plugin_action_ same = action;
   if (VLIBPluginSDKInit("kivo", "no/such/event", &plugins, 0) != 0 || plugins == NULL) return -1;
