@@ -86,12 +86,23 @@ std::string Words(const Json::Value& value) {
 }
 
 void PrintText(const Json::Value& document, std::int64_t lastQuery, std::int64_t now) {
-  const struct { const char* label; const char* key; } rows[] = {
-      {"E-mail", "email"}, {"User id", "user_id"}, {"Name", "full_name"}, {"Country", "country"},
-      {"Time zone", "timezone"}, {"Language", "notify_language"}, {"Activated", "activated"}, {"Disabled", "disabled"},
-      {"News", "enews"}, {"Local promotions", "enews_local_promotion"}, {"Critical releases", "critical_release"},
-      {"Name validated", "realname_validated"}, {"Chosen versions", "critical_versions"},
-      {"Report schedule", "report_schedule"}};
+  const struct {
+    const char* label;
+    const char* key;
+  } rows[] = {{"E-mail", "email"},
+              {"User id", "user_id"},
+              {"Name", "full_name"},
+              {"Country", "country"},
+              {"Time zone", "timezone"},
+              {"Language", "notify_language"},
+              {"Activated", "activated"},
+              {"Disabled", "disabled"},
+              {"News", "enews"},
+              {"Local promotions", "enews_local_promotion"},
+              {"Critical releases", "critical_release"},
+              {"Name validated", "realname_validated"},
+              {"Chosen versions", "critical_versions"},
+              {"Report schedule", "report_schedule"}};
   for (const auto& row : rows) PrintField(row.label, Words(document[row.key]));
   PrintField("Last query", Ago(lastQuery, now));
   if (document.isMember("auth_key")) PrintField("Auth key", Words(document["auth_key"]));

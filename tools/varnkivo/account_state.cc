@@ -40,9 +40,12 @@ AccountState ReadAccountState() {
 
 const char* SignInName(SignIn signIn) {
   switch (signIn) {
-    case SignIn::kSignedOut: return "signed_out";
-    case SignIn::kIncomplete: return "incomplete";
-    case SignIn::kSignedIn: return "signed_in";
+    case SignIn::kSignedOut:
+      return "signed_out";
+    case SignIn::kIncomplete:
+      return "incomplete";
+    case SignIn::kSignedIn:
+      return "signed_in";
   }
   return "signed_out";
 }

@@ -125,8 +125,8 @@ Failure ExplainMistake(const CLI::App& app, const CLI::ParseError& error, int ar
   if (mistake.word.empty()) return UsageFailure(std::string(error.what()) + ".", help);
   std::string cause = std::string("There is no ") + (mistake.option ? "option \"" : "verb \"") + mistake.word + "\".";
   if (mistake.meant.empty()) return UsageFailure(cause, help);
-  return UsageFailure(cause + " Did you mean \"" + mistake.meant + "\"?", mistake.verbs + " " + mistake.meant +
-                                                                            (mistake.option ? "" : " --help"));
+  return UsageFailure(cause + " Did you mean \"" + mistake.meant + "\"?",
+                      mistake.verbs + " " + mistake.meant + (mistake.option ? "" : " --help"));
 }
 
 }  // namespace kivotool

@@ -1,5 +1,5 @@
-// Looks at the documented files. Touches nothing. The job file belongs to root and is read by the cron service; only the
-// line that runs the report is of interest, whatever else stands beside it.
+// Looks at the documented files. Touches nothing. The job file belongs to root and is read by the cron service; only
+// the line that runs the report is of interest, whatever else stands beside it.
 #include "device_files.h"
 
 #include <sys/stat.h>

@@ -1,5 +1,5 @@
-// Drops the TLS key log and the proxies from the environment of a process with raised ids. The library itself changes no
-// environment, so this is the place, and it must come before the first request.
+// Drops the TLS key log and the proxies from the environment of a process with raised ids. The library itself changes
+// no environment, so this is the place, and it must come before the first request.
 #include "environment.h"
 
 #include <unistd.h>

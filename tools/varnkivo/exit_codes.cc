@@ -42,17 +42,28 @@ Exit ExitFromLibrary(int code, const std::string& text, Caller caller) {
 
 const char* ExitName(Exit exit) {
   switch (exit) {
-    case kDone: return "done";
-    case kFailed: return "failed";
-    case kUsage: return "usage";
-    case kNotSignedIn: return "not_signed_in";
-    case kRefused: return "refused";
-    case kUnreachable: return "unreachable";
-    case kBusy: return "busy";
-    case kPermission: return "permission";
-    case kNotProvisioned: return "not_provisioned";
-    case kAlready: return "already";
-    case kInterrupted: return "interrupted";
+    case kDone:
+      return "done";
+    case kFailed:
+      return "failed";
+    case kUsage:
+      return "usage";
+    case kNotSignedIn:
+      return "not_signed_in";
+    case kRefused:
+      return "refused";
+    case kUnreachable:
+      return "unreachable";
+    case kBusy:
+      return "busy";
+    case kPermission:
+      return "permission";
+    case kNotProvisioned:
+      return "not_provisioned";
+    case kAlready:
+      return "already";
+    case kInterrupted:
+      return "interrupted";
   }
   return "failed";
 }

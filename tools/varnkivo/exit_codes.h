@@ -11,9 +11,9 @@ enum Exit : int {
   kFailed = 1,
   kUsage = 2,
   kNotSignedIn = 3,
-  kRefused = 4,         ///< by the account centre: sign in again
-  kUnreachable = 5,     ///< network or server: a retry helps
-  kBusy = 6,            ///< another process holds the lock
+  kRefused = 4,      ///< by the account centre: sign in again
+  kUnreachable = 5,  ///< network or server: a retry helps
+  kBusy = 6,         ///< another process holds the lock
   kPermission = 7,
   kNotProvisioned = 8,  ///< serial number, MAC address or API key
   kAlready = 9,         ///< it is so already, and --strict was given

@@ -32,7 +32,8 @@ constexpr Words kWords[] = {
     {KIVO_ERR_BAD_JSON, Retry::kPerhaps, "The answer was not one of the account centre's: not JSON.", nullptr, kLog},
     {KIVO_ERR_NO_ACCOUNT, Retry::kNo, "Nobody is signed in on this device.",
      "Nothing until someone signs in; it reports nothing and asks nobody.", kAnyLogin},
-    {KIVO_ERR_SEND, Retry::kYes, "The account centre could not be reached, or was not able to answer.", nullptr, nullptr},
+    {KIVO_ERR_SEND, Retry::kYes, "The account centre could not be reached, or was not able to answer.", nullptr,
+     nullptr},
     {KIVO_ERR_RESPONSE, Retry::kYes, "The account centre's answer was incomplete.", nullptr, nullptr},
     {KIVO_ERR_SYSTEM, Retry::kNo, "The account record is out of reach for this user, or the system ran out of memory.",
      nullptr, "sudo varnkivo status"},
@@ -47,8 +48,8 @@ constexpr Words kWords[] = {
     {KIVO_ERR_MAC, Retry::kNo, "The device's MAC address could not be read.", nullptr, "varnkivo paths"},
     {KIVO_ERR_TOKEN, Retry::kNo, "The device has no usable token.", nullptr, kAnyLogin},
     {KIVO_ERR_SERVER_CONFIG, Retry::kNo, "The device's server hosts could not be read.", nullptr, kLog},
-    {KIVO_ERR_UNKNOWN, Retry::kPerhaps, "The account centre or the cloud service gave an answer without a known meaning.",
-     nullptr, kLog},
+    {KIVO_ERR_UNKNOWN, Retry::kPerhaps,
+     "The account centre or the cloud service gave an answer without a known meaning.", nullptr, kLog},
     {KIVO_ERR_ACCOUNT_NOT_FOUND, Retry::kNo, "The account centre knows no account with this e-mail address.", nullptr,
      nullptr},
     {KIVO_ERR_APIKEY_NOT_FOUND, Retry::kPerhaps,
@@ -56,29 +57,40 @@ constexpr Words kWords[] = {
      "It makes itself a new API key at each sign-in that is answered so.", nullptr},
     {KIVO_ERR_APIKEY_EXPIRED, Retry::kPerhaps, "The device's API key has expired.",
      "The cloud service has been asked to renew the key.", nullptr},
-    {KIVO_ERR_INVALID_MACHINE, Retry::kNo, "The account centre does not accept this device (serial number, MAC address).",
-     nullptr, "varnkivo paths"},
+    {KIVO_ERR_INVALID_MACHINE, Retry::kNo,
+     "The account centre does not accept this device (serial number, MAC address).", nullptr, "varnkivo paths"},
 };
 
 const char* NextByDefault(Doing doing) {
   switch (doing) {
-    case Doing::kReadingRecord: return "Nothing; the record was not touched.";
-    case Doing::kPasswordLogin: return "Nothing; who was signed in before still is, and it does not try again by itself.";
-    case Doing::kKeyLogin: return kNothingChanged;
-    case Doing::kQuery: return "It keeps the stored profile, and asks again when that is a day old and somebody needs it.";
+    case Doing::kReadingRecord:
+      return "Nothing; the record was not touched.";
+    case Doing::kPasswordLogin:
+      return "Nothing; who was signed in before still is, and it does not try again by itself.";
+    case Doing::kKeyLogin:
+      return kNothingChanged;
+    case Doing::kQuery:
+      return "It keeps the stored profile, and asks again when that is a day old and somebody needs it.";
   }
   return kNothingChanged;
 }
 
 Failure FromWords(const Words& words, const Situation& situation) {
-  return {ExitFromLibrary(words.code, situation.text, Caller::kOther), words.code, words.cause, words.retry,
+  return {ExitFromLibrary(words.code, situation.text, Caller::kOther),
+          words.code,
+          words.cause,
+          words.retry,
           words.deviceNext ? words.deviceNext : NextByDefault(situation.doing),
           words.run ? words.run : situation.again};
 }
 
 Failure Busy(int code, const Situation& situation) {
-  return {kBusy, code, "Another process has been working on the account for more than 30 seconds.", Retry::kYes,
-          "Nothing was changed; the lock is freed when the other process is done.", situation.again};
+  return {kBusy,
+          code,
+          "Another process has been working on the account for more than 30 seconds.",
+          Retry::kYes,
+          "Nothing was changed; the lock is freed when the other process is done.",
+          situation.again};
 }
 
 /// The same library code can mean more than one thing; here is what the situation tells apart.
@@ -88,7 +100,8 @@ void Sharpen(Failure& failure, int code, const Situation& situation) {
     failure.retry = Retry::kYes;
     failure.run = situation.again;
   } else if (code == KIVO_ERR_AUTH && situation.doing == Doing::kKeyLogin) {
-    failure.cause = "The account could not be queried with this key: it was refused, or the account centre is unreachable.";
+    failure.cause =
+        "The account could not be queried with this key: it was refused, or the account centre is unreachable.";
     failure.retry = Retry::kPerhaps;
     failure.deviceNext = "Nothing; the account record has been removed, so that nobody is signed in now.";
   } else if (code == KIVO_ERR_NO_ACCOUNT && situation.doing == Doing::kQuery) {
@@ -99,18 +112,24 @@ void Sharpen(Failure& failure, int code, const Situation& situation) {
 
 const char* RetryText(Retry retry) {
   switch (retry) {
-    case Retry::kYes: return "helps";
-    case Retry::kNo: return "does not help";
-    case Retry::kPerhaps: return "may help";
+    case Retry::kYes:
+      return "helps";
+    case Retry::kNo:
+      return "does not help";
+    case Retry::kPerhaps:
+      return "may help";
   }
   return "may help";
 }
 
 const char* RetryWord(Retry retry) {
   switch (retry) {
-    case Retry::kYes: return "yes";
-    case Retry::kNo: return "no";
-    case Retry::kPerhaps: return "perhaps";
+    case Retry::kYes:
+      return "yes";
+    case Retry::kNo:
+      return "no";
+    case Retry::kPerhaps:
+      return "perhaps";
   }
   return "perhaps";
 }
@@ -118,7 +137,8 @@ const char* RetryWord(Retry retry) {
 }  // namespace
 
 Failure UsageFailure(std::string cause, std::string run) {
-  return {kUsage, std::nullopt, std::move(cause), Retry::kNo, "Nothing; the command was not carried out.", std::move(run)};
+  return {kUsage,        std::nullopt, std::move(cause), Retry::kNo, "Nothing; the command was not carried out.",
+          std::move(run)};
 }
 
 Failure NotSignedInFailure() { return Explain(KIVO_ERR_NO_ACCOUNT, {}); }
@@ -132,9 +152,12 @@ Failure Explain(int code, const Situation& situation) {
     Sharpen(failure, code, situation);
     return failure;
   }
-  return {ExitFromLibrary(code, situation.text, caller), code,
-          std::string("The operation failed: ") + GetKivoErrorMsg(code) + ".", Retry::kPerhaps,
-          NextByDefault(situation.doing), kLog};
+  return {ExitFromLibrary(code, situation.text, caller),
+          code,
+          std::string("The operation failed: ") + GetKivoErrorMsg(code) + ".",
+          Retry::kPerhaps,
+          NextByDefault(situation.doing),
+          kLog};
 }
 
 std::string ToJsonLine(const Failure& failure) {

@@ -63,8 +63,9 @@ bool SameEmail(const std::string& a, const std::string& b) { return strcasecmp(a
 void RefuseIfAlready(const LoginOptions& options, const AccountState& state) {
   if (!options.strict || options.verifyOnly || state.signIn != SignIn::kSignedIn) return;
   if (options.key ? state.userId != options.userId : !SameEmail(state.email, options.email)) return;
-  throw Failure{kAlready, std::nullopt, "This account is signed in already.", Retry::kNo,
-                "Nothing; it stays signed in.", "varnkivo status"};
+  throw Failure{
+      kAlready,         std::nullopt, "This account is signed in already.", Retry::kNo, "Nothing; it stays signed in.",
+      "varnkivo status"};
 }
 
 SecretSource SourceFor(const LoginOptions& options) {
@@ -86,8 +87,12 @@ Failure LoginFailure(int code, const LoginOptions& options, const Json::Value& r
   const bool accepted = !situation.serverAnswer.empty() &&
                         GetErrorCodeFromAccountError(situation.serverAnswer.c_str()) == KIVO_ERR_SUCCESS;
   if (accepted && code != KIVO_ERR_SYSTEM && code != KIVO_ERR_CONFIG_WRITE && code != KIVO_ERR_RESPONSE) {
-    return {kFailed, code, "The sign-in was accepted and stored, but a sign-in plug-in failed.", Retry::kPerhaps,
-            "It is signed in, and reports by its schedule.", "varnkivo status"};
+    return {kFailed,
+            code,
+            "The sign-in was accepted and stored, but a sign-in plug-in failed.",
+            Retry::kPerhaps,
+            "It is signed in, and reports by its schedule.",
+            "varnkivo status"};
   }
   return Explain(code, situation);
 }
@@ -102,9 +107,8 @@ Json::Value CallLibrary(const LoginOptions& options) {
     const Spinner spinner((options.verifyOnly ? "Trying the password of " : "Signing in as ") + who,
                           options.key ? kQuerySeconds : kPasswordSeconds, !options.json);
     VARNKIVOErrSet(KIVO_ERR_SUCCESS);
-    result = options.key
-                 ? VARNKIVOAccountLoginByKey(options.userId.c_str(), secret.c_str(), response)
-                 : VARNKIVOAccountLogin(options.email.c_str(), secret.c_str(), response, options.verifyOnly);
+    result = options.key ? VARNKIVOAccountLoginByKey(options.userId.c_str(), secret.c_str(), response)
+                         : VARNKIVOAccountLogin(options.email.c_str(), secret.c_str(), response, options.verifyOnly);
     code = VARNKIVOErrGet();
     secret.Wipe();
   }
@@ -120,7 +124,8 @@ Outcome Verified(const LoginOptions& options, const Json::Value& response) {
 std::string ProfileNote(const AccountState& before, const AccountState& state) {
   if (state.email.empty()) return "The profile could not be fetched yet; the next query brings it.";
   if (before.userId != state.userId) {
-    return "The stored profile (" + state.email + ") is from before this sign-in; "
+    return "The stored profile (" + state.email +
+           ") is from before this sign-in; "
            "\"varnkivo account show --refresh\" renews it in 5 minutes.";
   }
   const bool fresh = std::llabs(std::time(nullptr) - state.lastQuery) < kFreshSeconds;
@@ -131,8 +136,12 @@ std::string ProfileNote(const AccountState& before, const AccountState& state) {
 Outcome SignedIn(const LoginOptions& options, const AccountState& before) {
   const AccountState state = ReadAccountState();
   if (state.signIn != SignIn::kSignedIn) {
-    throw Failure{kRefused, std::nullopt, "The account centre gave a sign-in and refused it again a moment later.",
-                  Retry::kPerhaps, "It has removed the account record and stays signed out.", options.Again()};
+    throw Failure{kRefused,
+                  std::nullopt,
+                  "The account centre gave a sign-in and refused it again a moment later.",
+                  Retry::kPerhaps,
+                  "It has removed the account record and stays signed out.",
+                  options.Again()};
   }
   Outcome outcome{"signed_in", state.email, state.userId, Json::Value(), state.lastQuery != before.lastQuery, {}};
   const bool profileIsTheirs = outcome.profileIsCurrent || before.userId == state.userId;

@@ -1,5 +1,6 @@
 // The command-line tool: parses, runs one verb, prints what went wrong, ends with a promised exit code. Everything the
-// device knows comes from the library's public interface and the documented files; stdout carries data and nothing else.
+// device knows comes from the library's public interface and the documented files; stdout carries data and nothing
+// else.
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -24,8 +25,12 @@ bool WantsJson(int argc, char** argv) {
 }
 
 Failure InterruptedFailure() {
-  return {kivotool::kInterrupted, std::nullopt, "Interrupted.", kivotool::Retry::kYes,
-          "Nothing further; what was asked of the account centre may have been done there.", "varnkivo status"};
+  return {kivotool::kInterrupted,
+          std::nullopt,
+          "Interrupted.",
+          kivotool::Retry::kYes,
+          "Nothing further; what was asked of the account centre may have been done there.",
+          "varnkivo status"};
 }
 
 Exit Run(int argc, char** argv, bool json) {
@@ -53,7 +58,8 @@ Exit Guarded(int argc, char** argv, bool json) {
     return failure.exit;
   } catch (const std::exception& error) {
     kivotool::Report({kivotool::kFailed, std::nullopt, std::string("Unexpected: ") + error.what(),
-                      kivotool::Retry::kPerhaps, "Nothing.", "varnkivo status"}, json);
+                      kivotool::Retry::kPerhaps, "Nothing.", "varnkivo status"},
+                     json);
     return kivotool::kFailed;
   }
 }
@@ -66,6 +72,7 @@ int main(int argc, char** argv) {
   const Exit exit = Guarded(argc, argv, json);
   if (kivotool::StdoutIsWhole()) return exit;
   kivotool::Report({kivotool::kFailed, std::nullopt, "The output could not be written.", kivotool::Retry::kPerhaps,
-                    "Nothing.", "varnkivo status"}, json);
+                    "Nothing.", "varnkivo status"},
+                   json);
   return exit == kivotool::kDone ? kivotool::kFailed : exit;
 }

@@ -65,7 +65,8 @@ std::string Ago(std::int64_t epoch, std::int64_t now) {
 }
 
 bool StderrIsLively() {
-  return isatty(STDERR_FILENO) && !IsSet("NO_COLOR") && !Equals("CLICOLOR", "0") && IsSet("TERM") && !Equals("TERM", "dumb");
+  return isatty(STDERR_FILENO) && !IsSet("NO_COLOR") && !Equals("CLICOLOR", "0") && IsSet("TERM") &&
+         !Equals("TERM", "dumb");
 }
 
 bool StdoutIsWhole() { return std::fflush(stdout) == 0 && !std::ferror(stdout); }

@@ -51,8 +51,10 @@ void PrintText() {
 }
 
 Exit RunPaths(bool json) {
-  if (json) PrintJson();
-  else PrintText();
+  if (json)
+    PrintJson();
+  else
+    PrintText();
   return kDone;
 }
 

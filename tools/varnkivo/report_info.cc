@@ -1,5 +1,5 @@
-// `--report_info`: what the scheduled job runs. The option, alone and spelt like this, is fixed by jobs already saved on
-// devices. This version makes no report: it leaves one line in the log, so that a run can be seen, and ends with 0.
+// `--report_info`: what the scheduled job runs. The option, alone and spelt like this, is fixed by jobs already saved
+// on devices. This version makes no report: it leaves one line in the log, so that a run can be seen, and ends with 0.
 #include <syslog.h>
 
 #include <memory>

@@ -48,8 +48,12 @@ int OpenAsCaller(const std::string& path) {
 }
 
 Failure Unsafe(const std::string& path, const std::string& why) {
-  return {kPermission, std::nullopt, "The file " + path + " " + why, Retry::kNo,
-          "Nothing; the file was not read and nothing was sent.", "chmod 600 " + ShellWord(path)};
+  return {kPermission,
+          std::nullopt,
+          "The file " + path + " " + why,
+          Retry::kNo,
+          "Nothing; the file was not read and nothing was sent.",
+          "chmod 600 " + ShellWord(path)};
 }
 
 /// `forbidden` are the permission bits that must not be there: credentials of a service manager may carry an access

@@ -34,8 +34,8 @@ struct SecretSource {
 };
 
 /// Fills `secret` by the first of: stdin or the file, as the options say; the service manager's credential; a prompt
-/// without echo. Throws a usage Failure when there is none, when it is empty, too long, or holds a NUL or a second line,
-/// and a permission Failure when others than its owner can read the file.
+/// without echo. Throws a usage Failure when there is none, when it is empty, too long, or holds a NUL or a second
+/// line, and a permission Failure when others than its owner can read the file.
 void ReadSecret(const SecretSource& source, Secret& secret);
 
 /// Reads the secret from an open descriptor; a newline at its end is not part of it. `where` is for the failure.

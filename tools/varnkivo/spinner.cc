@@ -1,5 +1,6 @@
 // Draws the spinner from a child process. Touches stderr only. The child must be made before any secret is read into
-// memory that it would inherit, or wiped in it: callers construct the spinner after copying nothing but texts for people.
+// memory that it would inherit, or wiped in it: callers construct the spinner after copying nothing but texts for
+// people.
 #include "spinner.h"
 
 #include <sys/prctl.h>
@@ -25,7 +26,8 @@ std::string Span(int seconds) {
 }
 
 [[noreturn]] void Draw(const std::string& what, int limitSeconds, int parent) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_IGN);  // the parent ends us, after its word
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    std::signal(signal, SIG_IGN);  // the parent ends us, after its word
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const auto start = std::chrono::steady_clock::now();
   for (unsigned frame = 0; getppid() == parent; ++frame) {

@@ -1,5 +1,5 @@
-// `status`: everything about this device's sign-in at a glance. Reads the record, the job file and the hosts; asks nobody
-// and never waits. Being signed out is a state, not an error: the exit code is 0.
+// `status`: everything about this device's sign-in at a glance. Reads the record, the job file and the hosts; asks
+// nobody and never waits. Being signed out is a state, not an error: the exit code is 0.
 #include <varnkivo/server_info.h>
 
 #include <cstdio>
@@ -77,7 +77,8 @@ void PrintJson(const Status& status) {
 std::string RecordText(const FileFacts& record) {
   const std::string path = kRecordPath;
   if (!record.exists) return path + (record.known ? " (none)" : " (out of sight for this user)");
-  return path + " (mode " + record.mode + ", owner " + std::to_string(record.uid) + ":" + std::to_string(record.gid) + ")";
+  return path + " (mode " + record.mode + ", owner " + std::to_string(record.uid) + ":" + std::to_string(record.gid) +
+         ")";
 }
 
 std::string JobText(const Status& status) {
@@ -105,8 +106,10 @@ void PrintText(const Status& status, std::int64_t now) {
 Exit RunStatus(bool json) {
   const std::int64_t now = std::time(nullptr);
   const Status status = WithRecord([now] { return Gather(now); });
-  if (json) PrintJson(status);
-  else PrintText(status, now);
+  if (json)
+    PrintJson(status);
+  else
+    PrintText(status, now);
   return kDone;
 }
 

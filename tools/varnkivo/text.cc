@@ -36,8 +36,10 @@ std::string Utf8(const std::string& text) {
   std::string out;
   for (std::size_t i = 0; i < text.size();) {
     const std::size_t length = SequenceLength(text, i);
-    if (length == 0) out += "\xEF\xBF\xBD";
-    else out.append(text, i, length);
+    if (length == 0)
+      out += "\xEF\xBF\xBD";
+    else
+      out.append(text, i, length);
     i += length == 0 ? 1 : length;
   }
   return out;
@@ -49,9 +51,12 @@ std::string Printable(const std::string& text) {
   for (std::size_t i = 0; i < clean.size(); ++i) {
     const auto byte = static_cast<unsigned char>(clean[i]);
     const auto next = i + 1 < clean.size() ? static_cast<unsigned char>(clean[i + 1]) : static_cast<unsigned char>(0);
-    if (byte < 0x20 || byte == 0x7F) out += Hex(byte);
-    else if (byte == 0xC2 && next < 0xA0) out += Hex(next), ++i;  // C1 controls: some terminals obey them
-    else out += clean[i];
+    if (byte < 0x20 || byte == 0x7F)
+      out += Hex(byte);
+    else if (byte == 0xC2 && next < 0xA0)
+      out += Hex(next), ++i;  // C1 controls: some terminals obey them
+    else
+      out += clean[i];
   }
   return out;
 }

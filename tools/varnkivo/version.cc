@@ -23,8 +23,9 @@ Exit RunVersion(bool json) {
 }  // namespace
 
 void AddVersion(CLI::App& app, Invocation& call) {
-  AddVerb(app, call, "version", "Print the version", "varnkivo version")
-      ->callback([&call] { call.run = [&call] { return RunVersion(call.json); }; });
+  AddVerb(app, call, "version", "Print the version", "varnkivo version")->callback([&call] {
+    call.run = [&call] { return RunVersion(call.json); };
+  });
 }
 
 }  // namespace kivotool
