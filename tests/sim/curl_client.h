@@ -14,7 +14,7 @@ struct Exchange {
 
 struct CurlOptions {
   std::vector<std::string> headers = {};
-  long timeoutMs = 5000;
+  long timeoutMs = 20000;
   std::string caFile = "/etc/ssl/certs/ca-certificates.crt";
   std::size_t mostBytes = 0;  ///< not 0: gives up after so much body
   std::string method = {};    ///< instead of GET or POST

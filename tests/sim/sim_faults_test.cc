@@ -38,7 +38,7 @@ class SimFaults : public testing::Test {
     cloud.SetHook([](const Request&) -> std::optional<Response> { return Response{200, "0123456789"}; });
     cloud.Start();
   }
-  Exchange Send(long timeoutMs = 5000) { return Post(kUrl, "a=1", {{}, timeoutMs}); }
+  Exchange Send(long timeoutMs = 20000) { return Post(kUrl, "a=1", {{}, timeoutMs}); }
   Simulator cloud;
 };
 
@@ -95,6 +95,7 @@ TEST_F(SimFaults, EachSpoilsTheAnswerInItsWay) {
          f.end = End::kFin;
        }),
        CURLE_OK, 200, "012", ""},
+      {"cut, no end given", With([](Fault& f) { f.cutBodyAfter = 5; }), CURLE_PARTIAL_FILE, 200, "01234", ""},
       {"half, then silence", Fault::CutBody(5, Framing::kLength, End::kSilence), CURLE_OPERATION_TIMEDOUT, 200, "01234",
        ""},
       {"never", Fault::NeverAnswer(), CURLE_OPERATION_TIMEDOUT, 0, "", ""},
@@ -103,7 +104,8 @@ TEST_F(SimFaults, EachSpoilsTheAnswerInItsWay) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     cloud.QueueFault("x", row.fault);
-    const Exchange exchange = Send(row.curlCode == CURLE_OPERATION_TIMEDOUT ? 200 : 5000);
+    // Time enough for a handshake on a busy machine: what was received before the silence counts.
+    const Exchange exchange = Send(row.curlCode == CURLE_OPERATION_TIMEDOUT ? 1500 : 20000);
     EXPECT_EQ(row.curlCode, exchange.curlCode);
     EXPECT_EQ(row.status, exchange.status);
     EXPECT_EQ(row.body, exchange.body);
@@ -118,7 +120,7 @@ TEST_F(SimFaults, SlowAnswersTakeTheirTime) {
     const char* name;
     Fault fault;
     double atLeast;
-  } rows[] = {{"delay", Fault::Delay(150ms), 0.15},
+  } rows[] = {{"delay", Fault::Delay(400ms), 0.4},
               {"drip", Fault::Drip(20, 40ms), 0.12},  // 76 bytes or more in portions of 20
               {"splits", With([](Fault& f) {
                  f.splits = {5, 70};
@@ -131,7 +133,7 @@ TEST_F(SimFaults, SlowAnswersTakeTheirTime) {
     const Exchange exchange = Send();
     EXPECT_EQ("0123456789", exchange.body);
     EXPECT_GE(exchange.seconds, row.atLeast);
-    EXPECT_LT(exchange.seconds, row.atLeast + 1);
+    EXPECT_LT(exchange.seconds, row.atLeast + 5);
   }
 }
 
@@ -169,7 +171,7 @@ TEST_F(SimFaults, TheWorkIsDoneThoughTheAnswerIsLostUnlessSkipped) {
 TEST_F(SimFaults, AnEndlessBodyGoesOnUntilTheClientHasEnough) {
   for (const Framing framing : {Framing::kLength, Framing::kChunked, Framing::kUntilClose}) {
     cloud.QueueFault("x", Fault::Endless(framing));
-    const Exchange exchange = Post(kUrl, "", {{}, 5000, CurlOptions().caFile, 8U << 20U});
+    const Exchange exchange = Post(kUrl, "", {{}, 20000, CurlOptions().caFile, 8U << 20U});
     EXPECT_EQ(CURLE_WRITE_ERROR, exchange.curlCode);
     EXPECT_GT(exchange.body.size(), 8U << 20U);
   }
@@ -198,7 +200,7 @@ TEST_F(SimFaults, BadCertificatesAreRefusedBeforeAByteIsSent) {
 TEST_F(SimFaults, OnlyAProperEndSendsTheClosureAlert) {
   for (const End end : {End::kFin, End::kCloseNotify}) {
     cloud.QueueFault("x", Fault::CutBody(5, Framing::kUntilClose, end));
-    EXPECT_EQ(0, std::system("{ printf 'GET /x HTTP/1.1\\r\\nHost: identity.kivo.example\\r\\n\\r\\n'; sleep 0.3; } | "
+    EXPECT_EQ(0, std::system("printf 'GET /x HTTP/1.1\\r\\nHost: identity.kivo.example\\r\\n\\r\\n' | "
                              "openssl s_client -quiet -connect 127.0.0.1:443 -servername identity.kivo.example "
                              ">/tmp/s_client.log 2>&1; grep -q 01234 /tmp/s_client.log"));
     EXPECT_EQ(end == End::kFin, std::system("grep -q 'unexpected eof' /tmp/s_client.log") == 0);
@@ -242,7 +244,8 @@ TEST_F(SimFaults, ConnectionsFailBelowTls) {
               {ConnectionFault::Kind::kNotTls, CURLE_SSL_CONNECT_ERROR}};
   for (const auto& row : rows) cloud.QueueConnectionFault({row.kind, CertificateKind::kGood, 2});
   for (const auto& row : rows)
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(row.curlCode, Send(300).curlCode);
+    for (int i = 0; i < 2; ++i)
+      EXPECT_EQ(row.curlCode, Send(row.curlCode == CURLE_OPERATION_TIMEDOUT ? 300 : 20000).curlCode);
   EXPECT_EQ(CURLE_OK, Send().curlCode);
   ASSERT_TRUE(cloud.WaitIdle());
   EXPECT_EQ(7u, cloud.Connections());
@@ -264,8 +267,7 @@ TEST_F(SimFaults, BytesThatAreNoWholeRequestAreJournalledToo) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.bytes);
     cloud.ClearJournal();
-    // Standard input stays open for a moment: s_client leaves at its end.
-    const std::string command = "{ printf '" + std::string(row.bytes) + "'; sleep 0.2; } | " + base;
+    const std::string command = "printf '" + std::string(row.bytes) + "' | " + base;
     (void)!std::system((command + " >/dev/null 2>&1").c_str());
     ASSERT_TRUE(cloud.WaitIdle());
     const auto journal = cloud.Journal();
@@ -274,6 +276,23 @@ TEST_F(SimFaults, BytesThatAreNoWholeRequestAreJournalledToo) {
     EXPECT_EQ(row.complaint, !journal[0].complaint.empty());
     EXPECT_EQ(journal[0].applicationBytes, journal[0].request.raw.size());
   }
+}
+
+TEST_F(SimFaults, RequestsThatComeTogetherAreAnsweredInOrderAndJournalledApart) {
+  const std::string first = "GET /a HTTP/1.1\r\nHost: identity.kivo.example\r\n\r\n";
+  const std::string second = "GET /b HTTP/1.1\r\nHost: identity.kivo.example\r\nConnection: close\r\n\r\n";
+  cloud.QueueFault("a", Fault::Delay(50ms));
+  std::ofstream("/tmp/two.txt", std::ios::binary) << first << second;
+  EXPECT_EQ(0, std::system("openssl s_client -quiet -connect 127.0.0.1:443 -servername identity.kivo.example "
+                           "</tmp/two.txt >/tmp/s_client.log 2>&1; "
+                           "[ $(grep -c 0123456789 /tmp/s_client.log) = 2 ]"));
+  ASSERT_TRUE(cloud.WaitIdle());
+  const std::vector<Request> requests = cloud.Requests();
+  ASSERT_EQ(2u, requests.size());
+  EXPECT_EQ(first, requests[0].raw);
+  EXPECT_EQ(second, requests[1].raw);
+  EXPECT_EQ(1u, requests[1].connection);
+  EXPECT_EQ(2u, requests[1].onConnection);
 }
 
 TEST_F(SimFaults, WhatIsSentInClearIsSeen) {
@@ -285,11 +304,11 @@ TEST_F(SimFaults, WhatIsSentInClearIsSeen) {
 
 TEST_F(SimFaults, StartAndStopAreQuickEvenWithOpenConnections) {
   cloud.QueueFault("x", Fault::NeverAnswer());
-  std::thread waiting([&] { EXPECT_EQ(CURLE_GOT_NOTHING, Send(10000).curlCode); });
+  std::thread waiting([&] { EXPECT_EQ(CURLE_GOT_NOTHING, Send().curlCode); });
   while (cloud.Requests("x").empty()) std::this_thread::yield();
   const auto start = std::chrono::steady_clock::now();
   cloud.Stop();
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);  // the client would wait for 10 s
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);  // the client would wait for 20 s
   waiting.join();
   EXPECT_EQ(CURLE_COULDNT_CONNECT, Send().curlCode);
   const auto again = std::chrono::steady_clock::now();

@@ -76,7 +76,7 @@ class Sim {
  public:
   explicit Sim(std::vector<std::string> arguments = {}) : program(std::move(arguments)), ready(Parse(program.line)) {}
   Exchange Control(const std::string& method, const std::string& path, const std::string& body = "") {
-    const CurlOptions options{{}, 5000, "", 0, method};
+    const CurlOptions options{{}, 20000, "", 0, method};
     const std::string url = ready["control"].asString() + path;
     return method == "GET" ? Get(url, options) : Post(url, body, options);
   }

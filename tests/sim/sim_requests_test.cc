@@ -118,7 +118,7 @@ TEST_F(SimRequests, TheEnvelopeIsCheckedToo) {
     const char* complaint;
   } rows[] = {
       {"https://account.kivo.example/device/api/password_login",
-       {{}, 5000, CurlOptions().caFile, 0, "PUT"},
+       {{}, 20000, CurlOptions().caFile, 0, "PUT"},
        400,
        "PUT"},
       {"https://account.kivo.example/device/api/password_login", {{"Content-Type: text/plain"}}, 400, "content type"},
