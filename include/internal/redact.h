@@ -11,6 +11,8 @@ namespace varnkivo {
 /// 10 characters and those that hold passwords left out, control characters as \xNN, cut at 2 KiB. A text with none of
 /// these comes back byte for byte.
 std::string Redact(std::string_view text);
+/// The value of the parameter `name` as `Redact` would show it within a form.
+std::string RedactValue(std::string_view name, std::string_view value);
 /// The first 10 characters of a secret, control characters as \xNN.
 std::string Cut10(std::string_view secret);
 

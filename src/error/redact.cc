@@ -128,6 +128,11 @@ std::string Redact(std::string_view text) {
   return EscapeControls(std::string_view(hidden).substr(0, kMostLogged));
 }
 
+std::string RedactValue(std::string_view name, std::string_view value) {
+  const SecretName* secret = FindSecretName(name);
+  return secret ? EscapeControls(value.substr(0, secret->shown)) + "..." : Redact(value);
+}
+
 std::string Cut10(std::string_view secret) { return EscapeControls(secret.substr(0, kShown)); }
 
 }  // namespace varnkivo

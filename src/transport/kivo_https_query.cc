@@ -54,7 +54,7 @@ bool QueryText::Concat(const char* text) {
 bool QueryText::Append(CURL* curl, const char* name, const char* value) {
   const std::unique_ptr<char, CurlFree> escaped(curl_easy_escape(curl, value, static_cast<int>(strlen(value))));
   if (!escaped) {
-    LogError(kSenderSource, "URL encoding failed: %s", Cut10(value).c_str());
+    LogError(kSenderSource, "URL encoding failed: %s", RedactValue(name, value).c_str());
     return false;
   }
   const bool done = (*text_ == '\0' || Concat("&")) && Concat(name) && Concat("=") && Concat(escaped.get());

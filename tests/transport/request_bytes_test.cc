@@ -1,0 +1,231 @@
+// What leaves the library with a request, byte for byte, and what of the answer comes back.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "cloud.h"
+#include "fake_platform.h"
+#include "kivo_request.h"
+
+using namespace testsupport;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr char kToken[] = "e05e64f82e307a2d1e6d118caf7935d0";  // of the serial number alone
+constexpr char kDevice[] = "lu_sn=2040VKN000001&lu_token=e05e64f82e307a2d1e6d118caf7935d0";
+
+std::string UserAgent() {
+  char agent[256];
+  EXPECT_EQ(0, VLIBLuinfoUserAgentGet("kivo", agent, sizeof agent));
+  return agent;
+}
+
+/// Head of a request, its header lines in the order of libcurl.
+std::string Head(const std::string& line, const std::string& more) {
+  return line + " HTTP/1.1\r\nHost: account.kivo.example\r\nUser-Agent: " + UserAgent() + "\r\nAccept: */*\r\n" + more +
+         "\r\n";
+}
+
+std::string Post(const std::string& body, const std::string& headers = "") {
+  return Head("POST /device/api/test", headers + "Content-Length: " + std::to_string(body.size()) +
+                                           "\r\nContent-Type: application/x-www-form-urlencoded\r\n") +
+         body;
+}
+
+TEST(RequestBytes, ParametersInOrderEscapedAndTwiceWhereGivenTwice) {
+  const struct {
+    const char* what;
+    KivoRequest request;
+    std::string query;
+  } cases[] = {
+      {"no parameters", {{}}, kDevice},
+      {"enumeration order", {{{"z", "1"}, {"a", "2"}, {"m", ""}}}, std::string(kDevice) + "&z=1&a=2&m="},
+      {"values are escaped",
+       {{{"v", "a b+c&d=e/\xc3\xa9%~-_."}}},
+       std::string(kDevice) + "&v=a%20b%2Bc%26d%3De%2F%C3%A9%25~-_."},
+      {"names are not", {{{"a[]%41", "x"}}}, std::string(kDevice) + "&a[]%41=x"},
+      {"names of ours are sent again",
+       {{{"lu_token", "x"}, {"kivoID", "y"}}},
+       std::string(kDevice) + "&lu_token=x&kivoID=y"},
+      {"a serial given is taken, and sent again",
+       {{{"a", "1"}, {"lu_sn", "2040VKN000009"}}},
+       "lu_sn=2040VKN000009&lu_token=a990ea3b450dd618a02937a1b38a7639&a=1&lu_sn=2040VKN000009"},
+      {"an empty one is read", {{{"lu_sn", ""}}}, std::string(kDevice) + "&lu_sn="},
+  };
+  for (const auto& row : cases)
+    for (const bool get : {false, true}) {
+      SCOPED_TRACE(std::string(row.what) + (get ? ", GET" : ", POST"));
+      FakePlatform device;
+      Cloud cloud;
+      cloud.AnswerAll(200, "{}");
+      KivoRequest request = row.request;
+      request.get = get;
+      EXPECT_EQ(0, request.Send().result);
+      const auto requests = cloud.Requests();
+      ASSERT_EQ(1u, requests.size());
+      EXPECT_EQ(get ? Head("GET /device/api/test?" + row.query, "") : Post(row.query), requests[0].raw);
+    }
+}
+
+TEST(RequestBytes, AccountAndPasswordFollowTheTokenThatTheyEnter) {
+  FakePlatform device;
+  Cloud cloud;
+  cloud.AnswerAll(200, "{}");
+  KivoRequest request{{{"a", "1"}}};
+  request.accountId = "1001";
+  request.password = "correct horse";
+  EXPECT_EQ(0, request.Send().result);
+  EXPECT_EQ("lu_sn=2040VKN000001&lu_token=09953b1766e935a1ab057c67e8d11fe2&kivoID=1001&kivoPW=correct%20horse&a=1",
+            cloud.Requests().back().body);
+  request.accountId.clear();
+  EXPECT_EQ(0, request.Send().result);
+  EXPECT_FALSE(cloud.Requests().back().HasParam("kivoID"));
+  EXPECT_EQ("correct horse", cloud.Requests().back().Param("kivoPW"));
+  request.accountId = request.password = std::string(4096, 'x');  // no NUL in either field
+  EXPECT_EQ(0, request.Send().result);
+  EXPECT_EQ(request.accountId, cloud.Requests().back().Param("kivoID"));
+  EXPECT_EQ(request.accountId, cloud.Requests().back().Param("kivoPW"));
+  const KivoRequest longSerial{{{"lu_sn", std::string(300, 's')}}};
+  EXPECT_EQ(0, longSerial.Send().result);
+  EXPECT_EQ(std::string(255, 's'), cloud.Requests().back().form[0].second);
+  EXPECT_EQ(std::string(300, 's'), cloud.Requests().back().form[2].second);
+}
+
+TEST(RequestBytes, NothingOfARequestIsLeftInTheNext) {
+  FakePlatform device;
+  Cloud cloud;
+  cloud.AnswerAll(200, "{}");
+  curl_slist* headers = curl_slist_append(nullptr, "X-Canary: 1");
+  KivoRequest post{{{"secret", "s"}}}, get{{{"g", "1"}}, true}, bare;
+  post.headers = headers;
+  bare.nullParams = true;
+  bare.get = true;
+  const std::string posted = Post(std::string(kDevice) + "&secret=s", "X-Canary: 1\r\n");
+  for (int round = 0; round < 2; ++round) {
+    cloud->ClearJournal();
+    for (const KivoRequest* request : {&post, &get, &post, &bare}) EXPECT_EQ(0, request->Send().result);
+    std::vector<std::string> raw;
+    for (const auto& request : cloud.Requests()) {
+      raw.push_back(request.raw);
+      EXPECT_EQ(1u, request.onConnection) << "a connection was kept";
+    }
+    EXPECT_THAT(raw, ElementsAre(posted, Head(std::string("GET /device/api/test?") + kDevice + "&g=1", ""), posted,
+                                 Head(std::string("GET /device/api/test?") + kDevice, "")));
+  }
+  int entries = 0;
+  for (const curl_slist* entry = headers; entry; entry = entry->next) ++entries;
+  EXPECT_EQ(1 + 4, entries) << "one empty entry a request, and the list is still the caller's";
+  curl_slist_free_all(headers);
+}
+
+TEST(RequestBytes, ThreadsAndChildrenGetTheirOwnAnswers) {
+  FakePlatform device;
+  Cloud cloud;
+  cloud->SetHook([](const kivosim::Request& request) { return kivosim::Response{200, request.Param("n")}; });
+  const auto send = [](int n) {
+    for (int i = 0; i < 5; ++i) {
+      const std::string text = std::to_string(n) + "." + std::to_string(i);
+      if (KivoRequest{{{"n", text}}}.Send().body != text) return false;
+    }
+    return true;
+  };
+  EXPECT_TRUE(send(0));
+  std::vector<std::thread> threads;
+  for (int n = 1; n <= 4; ++n) threads.emplace_back([=] { EXPECT_TRUE(send(n)); });
+  for (auto& thread : threads) thread.join();
+  const pid_t child = fork();
+  if (child == 0) _exit(send(9) ? 7 : 1);
+  EXPECT_TRUE(send(5));
+  int status = 0;
+  ASSERT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_EQ(7, WEXITSTATUS(status));
+}
+
+TEST(RequestAnswer, StatusAndBodyDecide) {
+  const struct {
+    int status;
+    std::string body;
+    int result;
+    std::string expected;  // body, or the log line
+  } cases[] = {
+      {200, "{\"a\":1}", 0, "{\"a\":1}"},
+      {400, "{\"error\":\"badauth\"}", 0, "{\"error\":\"badauth\"}"},
+      {200, " \r\n\t x y \n", 0, "x y"},
+      {200, " \n", 0, ""},
+      {200, "", -1, LoggedUrl() + ", Failed to get response"},
+      {400, "", -1, LoggedUrl() + ", Failed to get response"},
+      {201, "made", -1, LoggedUrl() + ", Failed to request packages, httpResponseCode=201, data=made"},
+      {204, "", -1, LoggedUrl() + ", Failed to request packages, httpResponseCode=204, data="},
+      {301, "moved", -1, LoggedUrl() + ", Failed to request packages, httpResponseCode=301, data=moved"},
+      {401, "no", -1, LoggedUrl() + ", Failed to request packages, httpResponseCode=401, data=no"},
+      {403, "no", -1, LoggedUrl() + ", Failed to request packages, httpResponseCode=403, data=no"},
+      {429, "later", -1, LoggedUrl() + ", Failed to request packages, httpResponseCode=429, data=later"},
+      {500, "%n%s%s", -1, LoggedUrl() + ", Failed to request packages, httpResponseCode=500, data=%n%s%s"},
+      {503, "down", -1, LoggedUrl() + ", Failed to request packages, httpResponseCode=503, data=down"},
+      {999, "?", -1, LoggedUrl() + ", Failed to request packages, httpResponseCode=999, data=?"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(std::to_string(row.status) + row.body);
+    FakePlatform device;
+    Cloud cloud;
+    cloud.AnswerAll(row.status, row.body);
+    const Answer answer = KivoRequest{}.Send();
+    EXPECT_EQ(row.result, answer.result);
+    EXPECT_EQ(row.result == 0 ? 99 : KIVO_ERR_SEND, answer.code) << "success leaves the slot alone";
+    EXPECT_EQ(row.status, answer.status);
+    EXPECT_EQ(0, answer.curlCode);
+    EXPECT_EQ(row.result == 0, answer.hasBody);
+    EXPECT_EQ(row.expected, row.result == 0 ? answer.body : device.LastLog());
+    EXPECT_EQ(row.result == 0 ? "" : "kivo_https_req_send", device.LastLogSource());
+    EXPECT_EQ(1u, cloud.Requests().size());
+  }
+}
+
+TEST(RequestArguments, NullsAreRefusedAndFreeingIsHarmless) {
+  FakePlatform device;
+  _tag_libkivo_varn_request_ good = {}, noHost = {}, noPath = {};
+  good.host = noPath.host = kHost;
+  good.path = noHost.path = "p";
+  _tag_libkivo_varn_response_ response = {};
+  const struct {
+    _tag_libkivo_varn_request_* request;
+    _tag_libkivo_varn_response_* response;
+  } cases[] = {{nullptr, &response}, {&good, nullptr}, {&noHost, &response}, {&noPath, &response}, {nullptr, nullptr}};
+  for (const auto& row : cases) {
+    VARNKIVOErrSet(99);
+    EXPECT_EQ(-1, VARNKIVOHttpsRequestSend(row.request, row.response));
+    EXPECT_EQ(KIVO_ERR_BAD_PARAM, VARNKIVOErrGet());
+    VARNKIVOErrSet(99);
+    EXPECT_EQ(-1, VARNKIVOHttpsRequestSendWithHeader(row.request, row.response, nullptr));
+    EXPECT_EQ(KIVO_ERR_BAD_PARAM, VARNKIVOErrGet());
+  }
+  VARNKIVOHttpsResponseFree(nullptr);
+  VARNKIVOHttpsResponseFree(&response);
+}
+
+TEST(RequestBytes, AnAddressThatDoesNotFitIsNotSentCut) {
+  FakePlatform device;
+  Cloud cloud;
+  cloud.AnswerAll(200, "{}");
+  const std::size_t fixed = LoggedUrl().size() + 1 + std::strlen(kDevice) + std::strlen("&v=");
+  for (const bool fits : {true, false}) {
+    cloud->ClearJournal();
+    const KivoRequest get{{{"v", std::string(4095 - fixed + (fits ? 0 : 1), 'v')}}, true};
+    KivoRequest post;
+    post.path = std::string(4095 - std::strlen(kHost) - 1 + (fits ? 0 : 1), 'p');
+    for (const KivoRequest* request : {&get, static_cast<const KivoRequest*>(&post)}) {
+      const Answer answer = request->Send();
+      EXPECT_EQ(fits ? 0 : -1, answer.result);
+      EXPECT_EQ(fits ? 99 : KIVO_ERR_SEND, answer.code);
+    }
+    EXPECT_EQ(fits ? 2u : 0u, cloud.Requests().size());
+  }
+  EXPECT_FALSE(device.HasLog(kToken)) << "the address in a log line shows the device token";
+}
+
+}  // namespace
