@@ -27,8 +27,8 @@ std::optional<std::string> TextMember(const Json::Value& object, const char* nam
 
 std::optional<bool> ToBool(const Json::Value& value) {
   if (value.isBool() || (value.isInt() && (value.asInt() == 0 || value.asInt() == 1))) return value.asBool();
-  if (value == "true" || value == "yes" || value == "1") return true;
-  if (value == "false" || value == "no" || value == "0") return false;
+  if (value == "true" || value == "yes") return true;
+  if (value == "false" || value == "no") return false;
   return std::nullopt;
 }
 

@@ -1,0 +1,133 @@
+// The bench, and the one function of the library that has to fail on its own: nothing outside can make it do so.
+#include "account_bench.h"
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <json/writer.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <varnkivo/varnkivo.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+
+#include "fake_state.h"
+
+using namespace testsupport;
+
+extern "C" int VARNKIVOServerConfigGet(char* config) {
+  if (Plan("VARNKIVOServerConfigGet", "").instead) {
+    VARNKIVOErrSet(KIVO_ERR_SYSTEM);
+    return -1;
+  }
+  return Next<int(char*)>("VARNKIVOServerConfigGet")(config);
+}
+
+namespace accounttest {
+
+Bench::Bench() {
+  device.SetTime(kNow);
+  for (const char* secret : {kPassword, kAuthKey, kApiKey, kAccessToken}) device.MustNotLog(secret);
+  FakePlatform::Write(kApiKeyFile, std::string(kApiKey) + "\n");
+  kivosim::Account ann{kEmail, kPassword, kUserId};
+  ann.authKeys[kSerial] = kAuthKey;
+  cloud->AddAccount(ann);
+  cloud->GrantAccessToken(kAccessToken, kUserId);
+}
+
+void Bench::SignIn(std::int64_t secondsAgo) {
+  const std::string time = std::to_string(kNow - secondsAgo);
+  WriteRecord(
+      Lines({{"kivoID", kEmail}, {"kivoIDSerial", kUserId}, {"lu_auth_key", kAuthKey}, {"last_query_time", time}},
+            kAllLines));
+}
+
+std::vector<std::string> Bench::Steps(const std::vector<std::string>& names) const {
+  std::vector<std::string> steps;
+  const std::string writer = "VLIBCFileSetKeyValue(" + std::string(kRecord) + ",";
+  for (const std::string& call : device.Calls()) {
+    std::string step = call.substr(0, call.find('('));
+    const std::size_t key = writer.size();
+    if (call.rfind(writer, 0) == 0) step = "set " + call.substr(key, call.find(',', key) - key);
+    const auto begins = [&](const std::string& name) { return step.rfind(name, 0) == 0; };
+    if (std::any_of(names.begin(), names.end(), begins)) steps.push_back(step);
+  }
+  return steps;
+}
+
+void WriteRecord(const std::string& content) {
+  FakePlatform::Write(kRecord, content);
+  EXPECT_EQ(0, chmod(kRecord, 0600));
+  EXPECT_EQ(0, chown(kRecord, 934, 934));
+}
+
+std::string ModeAndOwner(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0) return "none";
+  char text[64];
+  std::snprintf(text, sizeof text, "%04o %u:%u", status.st_mode & 07777u, status.st_uid, status.st_gid);
+  return text;
+}
+
+std::string AsUser(uid_t uid, gid_t gid, id_t saved, const std::function<std::string()>& work) {
+  int ends[2];
+  if (pipe(ends) != 0) return "no pipe";
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool lowered = setresgid(gid, gid, saved) == 0 && setresuid(uid, uid, saved) == 0;
+    const std::string result = lowered ? work() : "ids not lowered";
+    _exit(write(ends[1], result.data(), result.size()) == static_cast<ssize_t>(result.size()) ? 0 : 1);
+  }
+  close(ends[1]);
+  std::string result;
+  char block[4096];
+  ssize_t got;
+  while ((got = read(ends[0], block, sizeof block)) > 0) result.append(block, static_cast<std::size_t>(got));
+  close(ends[0]);
+  int status = -1;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_EQ(0, status);
+  return result;
+}
+
+std::string Ids() {
+  uid_t u[3];
+  gid_t g[3];
+  if (getresuid(&u[0], &u[1], &u[2]) != 0 || getresgid(&g[0], &g[1], &g[2]) != 0) return "";
+  std::ostringstream out;
+  out << u[0] << ',' << u[1] << ',' << u[2] << ' ' << g[0] << ',' << g[1] << ',' << g[2];
+  return out.str();
+}
+
+std::string Transcript(const FakePlatform& device, std::size_t first) {
+  std::ostringstream out;
+  const auto lines = device.Lines();
+  for (std::size_t i = first; i < lines.size(); ++i)
+    out << lines[i].priority << ' ' << lines[i].source << ':' << lines[i].line << ' ' << lines[i].text << '\n';
+  return out.str();
+}
+
+Json::Value ParseJson(const std::string& text) {
+  Json::Value value;
+  std::string errors;
+  std::istringstream in(text);
+  EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &value, &errors)) << errors;
+  return value;
+}
+
+std::string JsonText(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, value);
+}
+
+std::string Lines(const kivosim::Pairs& pairs, std::size_t count) {
+  std::string out;
+  for (std::size_t i = 0; i < std::min(count, pairs.size()); ++i)
+    out += pairs[i].first + "=\"" + pairs[i].second + "\"\n";
+  return out;
+}
+
+}  // namespace accounttest

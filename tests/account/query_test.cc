@@ -1,0 +1,249 @@
+// The account query: when it asks the server and what it sends, and that all of an answer is stored, or nothing.
+#include <gmock/gmock.h>
+#include <varnkivo/file_lock.h>
+#include <varnkivo/user.h>
+#include <varnkivo/varnkivo.h>
+
+#include "account_bench.h"
+#include "sim/device_token.h"
+
+using namespace accounttest;
+using namespace testsupport;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+using varnkivo::User;
+
+namespace {
+
+constexpr char kLockPath[] = "/tmp/account_query_info.lock";
+
+Json::Value Profile() {
+  return ParseJson(R"({"code": "good", "email": "new@example.com", "full_name": "Ann \"New\"", "country": "FRA",
+      "timezone": "Europe/Paris", "notify_language": "fre", "activated": true, "disabled": false, "enews": true,
+      "critical_release": false, "enews_local_promotion": true, "realname_validation_pass": false,
+      "critical_version_list": {"c": true, "a": true, "b": false}, "report_cron_timestring": "1 2 * * 3", "account_host": "https://a.example",
+      "identity_host": "https://i.example"})");
+}
+
+/// Queries and expects `code`, `lastLog` at the beginning of the last line, and everything else as it was.
+void ExpectRefused(Bench& bench, int code, const std::string& lastLog) {
+  Json::Value out = "before";
+  const std::string record = FakePlatform::Read(kRecord);
+  VARNKIVOErrSet(KIVO_ERR_ACCOUNT_LIMIT);
+  EXPECT_EQ(-1, VARNKIVOAccountQueryInfo(out, true, false));
+  EXPECT_EQ(code, VARNKIVOErrGet());
+  EXPECT_EQ(Json::Value("before"), out);
+  EXPECT_EQ(record, FakePlatform::Read(kRecord));
+  EXPECT_THAT(bench.device.LastLogSource() + " " + bench.device.LastLog(), testing::HasSubstr(lastLog));
+}
+
+void ExpectRefusedAnswer(Bench& bench, const std::string& answer, int code, const std::string& lastLog) {
+  SCOPED_TRACE(answer.substr(0, 500));
+  bench.SignIn(300);
+  bench.cloud.AnswerAll(200, answer);
+  ExpectRefused(bench, code, "kivo_account_query_info " + lastLog);
+}
+
+TEST(Query, SendsIdAuthKeyAndSerialAndAnswersFromTheRecord) {
+  for (const bool quick : {true, false}) {
+    Bench bench;
+    bench.SignIn(300);
+    VARNKIVOErrSet(KIVO_ERR_UNKNOWN);
+    Json::Value out = ParseJson(quick ? R"({"mine": 1, "email": "old"})" : "[1]");  // added to, or replaced
+    ASSERT_EQ(0, VARNKIVOAccountQueryInfo(out, true, quick));
+    EXPECT_EQ(KIVO_ERR_SUCCESS, VARNKIVOErrGet());
+    EXPECT_EQ(quick, out.removeMember("mine", nullptr));
+    EXPECT_EQ(R"({"activated":true,"auth_key":"AuthKey+0123456789/abcdef==","country":"DEU","critical_release":true,)"
+              R"("disabled":false,"email":"ann@example.com","enews":false,"enews_local_promotion":false,)"
+              R"("full_name":"Ann Example","notify_language":"enu","timezone":"Europe/Berlin"})",
+              JsonText(out));
+    const auto requests = bench.cloud.Requests();
+    ASSERT_EQ(1u, requests.size());
+    EXPECT_EQ("POST /device/api/user/query account.kivo.example",
+              requests[0].method + " " + requests[0].target + " " + requests[0].host);
+    EXPECT_EQ("lu_sn=2040VKN000001&lu_token=" + kivosim::DeviceToken(kSerial, "", "") +
+                  "&id=1001&auth_key=AuthKey%2B0123456789%2Fabcdef%3D%3D&serial_no=2040VKN000001",
+              requests[0].body);
+    EXPECT_THAT(bench.cloud->Complaints(), IsEmpty());
+    EXPECT_THAT(bench.device.Calls("CURLOPT_TIMEOUT("),
+                ElementsAre(quick ? "CURLOPT_TIMEOUT(15)" : "CURLOPT_TIMEOUT(120)"));
+  }
+}
+
+TEST(Query, AsksWhenTheProfileIsOldEnough) {
+  Bench bench;
+  const auto asks = [&](std::int64_t lastQuery, bool forced) {
+    bench.cloud->ClearJournal();
+    bench.SignIn(0);
+    User().SetLastQueryTime(lastQuery);
+    Json::Value out;
+    EXPECT_EQ(0, VARNKIVOAccountQueryInfo(out, forced, false));
+    EXPECT_EQ(kEmail, out["email"].asString());
+    const bool asked = bench.cloud.Requests().size() == 1;
+    EXPECT_EQ(asked ? kNow : lastQuery, User().GetLastQueryTime());
+    return asked;
+  };
+  for (const std::int64_t sign : {1, -1}) {
+    for (const std::int64_t age : {0, 299, 300, 86399, 86400, 1800000000}) {
+      EXPECT_EQ(age >= 86400, asks(kNow - sign * age, false)) << sign * age;
+      EXPECT_EQ(age >= 300, asks(kNow - sign * age, true)) << sign * age << " forced";
+    }
+  }
+  for (const std::int64_t extreme : {INT64_MIN, INT64_MAX, kNow + 0x100000000})  // the last: the same time in 32 bits
+    EXPECT_TRUE(asks(extreme, false)) << extreme;
+}
+
+TEST(Query, FailingStepGivesItsCodeAndMessageAndSendsNothing) {
+  for (const Json::Value& step : ParseJson(R"steps([
+      ["VARNKIVOServerConfigGet", 23, "VARNKIVOServerConfigGet, code=6"],
+      ["VLIBGetSerialNumber", 8, "Failed to get serial number, err=[0x0700 fake.c:1]"],
+      ["VLIBCSzHashAlloc", 6, "Failed to alloc https request, err=[0x0700 fake.c:1]"],
+      ["VLIBCSzListAlloc", 4, "Failed to send https request. err=[0x0700 fake.c:1]"],
+      ["account_host=\"http://account.kivo.example\"\n", 4, "Failed to send https request. err=[0x"],
+      ["account_host=\"file:///etc/passwd\"\n", 4, "Failed to send https request. err=[0x"]])steps")) {
+    const std::string what = step[0].asString();
+    SCOPED_TRACE(what);
+    Bench bench;
+    bench.SignIn(300);
+    if (what[0] == 'V') bench.device.FailNext(what);
+    if (what[0] == 'a') WriteRecord(FakePlatform::Read(kRecord) + what);
+    ExpectRefused(bench, step[1].asInt(), "kivo_account_query_info " + step[2].asString());
+    EXPECT_EQ(0u, bench.cloud->Connections());
+    EXPECT_EQ("", bench.cloud->PlainHttpReceived());
+  }
+  Bench bench;
+  WriteRecord("kivoID=\"a@b\"\nkivoIDSerial=\"1\"\n");
+  ExpectRefused(bench, KIVO_ERR_NO_ACCOUNT, "");
+  EXPECT_THAT(bench.cloud.Requests(), IsEmpty());
+}
+
+TEST(Query, LockHeldElsewhereFailsAfterHalfAMinuteWithTheSlotAsItWas) {
+  Bench bench;
+  bench.SignIn(300);
+  varnkivo::FileLock other(kLockPath);
+  ASSERT_TRUE(other.Lock(1));
+  bench.device.ForgetCalls();
+  ExpectRefused(bench, KIVO_ERR_ACCOUNT_LIMIT, std::string("Failed to lock file: ") + kLockPath);
+  long waited = 0;
+  for (const std::string& call : bench.device.Calls("usleep(")) waited += std::stol(call.substr(7));
+  EXPECT_TRUE(waited > 29900000 && waited < 30200000) << waited;
+  EXPECT_THAT(bench.cloud.Requests(), IsEmpty());
+}
+
+TEST(Query, StoresTheProfileInOrderAndTheTimeLast) {
+  const kivosim::Pairs stored = {{"kivoIDSerial", "1"},
+                                 {"lu_auth_key", "k"},
+                                 {"kivoID", "new@example.com"},
+                                 {"full_name", "Ann \\\"New\\\""},
+                                 {"country", "FRA"},
+                                 {"timezone", "Europe/Paris"},
+                                 {"notify_language", "fre"},
+                                 {"activated", "yes"},
+                                 {"disabled", "no"},
+                                 {"enews", "yes"},
+                                 {"enews_local_promotion", "yes"},
+                                 {"critical_release", "no"},
+                                 {"critical_version_list", "a,c"},
+                                 {"critical_version_domain", "a,b,c"},
+                                 {"realname_validation_pass", "no"},
+                                 {"report_cron_timestring", "1 2 * * 3"},
+                                 {"account_host", "https://a.example"},
+                                 {"identity_host", "https://i.example"},
+                                 {"last_query_time", std::to_string(kNow)}};
+  for (std::size_t count = 2; count <= stored.size(); ++count) {  // with so many lines in the record a write fails
+    SCOPED_TRACE(count);
+    Bench bench;
+    WriteRecord(Lines(stored, 2));
+    bench.cloud.AnswerAll(200, JsonText(Profile()));
+    const bool fails = count < stored.size();
+    if (fails) bench.device.FailAfter("VLIBCFileSetKeyValue", static_cast<int>(count) - 2);
+    Json::Value out = "before";
+    EXPECT_EQ(fails ? -1 : 0, VARNKIVOAccountQueryInfo(out, false, false));
+    EXPECT_EQ(fails ? KIVO_ERR_CONFIG_WRITE : KIVO_ERR_SUCCESS, VARNKIVOErrGet());
+    EXPECT_EQ(fails, out == Json::Value("before"));
+    EXPECT_EQ(Lines(stored, count), FakePlatform::Read(kRecord));
+  }
+}
+
+TEST(Query, AnswerWithAMemberMissingOrOfAnotherTypeStoresNothing) {
+  Bench bench;
+  const Json::Value wrong = ParseJson(R"({
+      "text": [{}, [], {"a": "b"}, ["a"]],
+      "flag": [{}, [], [true], null, 2, -1, 0.5, 1e300, "", "maybe", "1", "TRUE"],
+      "list": ["", "a", 0, 5, true, [true], {"a": {}}, {"a": [1]}, {"a": "maybe"}],
+      "optional": ["account_host", "identity_host", "report_cron_timestring", "realname_validation_pass"]})");
+  for (const std::string& member : Profile().getMemberNames()) {
+    const Json::Value good = Profile()[member];
+    Json::Value answer = Profile();
+    answer.removeMember(member);
+    const auto& optional = wrong["optional"];
+    if (std::find(optional.begin(), optional.end(), member) == optional.end())
+      ExpectRefusedAnswer(bench, JsonText(answer), KIVO_ERR_RESPONSE, "Server returned insufficient data. resp={");
+    if (member == "code") continue;
+    for (const Json::Value& value : wrong[good.isBool() ? "flag" : good.isObject() ? "list" : "text"]) {
+      answer[member] = value;
+      ExpectRefusedAnswer(bench, JsonText(answer), KIVO_ERR_RESPONSE, "Server returned insufficient data. resp={");
+    }
+  }
+}
+
+TEST(Query, AnswerMaySayTheSameInOtherWaysOrLeaveOutWhatIsOptional) {
+  Bench bench;
+  for (const Json::Value& row : ParseJson(R"([["disabled=yes", true, 1, "true", "yes"],
+      ["activated=no", false, 0, "false", "no"], ["realname_validation_pass=yes", 1], ["realname_validation_pass=no"],
+      ["report_cron_timestring=5 5 * * 5"], ["identity_host=https://i"], ["account_host=https://account.kivo.example"],
+      ["critical_version_list=B,b;A,B,b", {"b": true, "B": true, "A": false}], ["critical_version_list=;", {}, [], null]])")) {
+    const std::string text = row[0].asString(), member = text.substr(0, text.find('='));
+    std::string stored = member + "=\"" + text.substr(member.size() + 1) + "\"\n";
+    if (text.find(';') != std::string::npos) stored.replace(stored.find(';'), 1, "\"\ncritical_version_domain=\"");
+    for (Json::ArrayIndex i = row.size() > 1 ? 1 : 0; i < row.size(); ++i) {
+      SCOPED_TRACE(stored + JsonText(row[i]));
+      WriteRecord(
+          "kivoIDSerial=\"1\"\nlu_auth_key=\"k\"\nrealname_validation_pass=\"yes\"\nidentity_host=\"https://i\"\n"
+          "account_host=\"https://account.kivo.example\"\nreport_cron_timestring=\"5 5 * * 5\"\n");
+      Json::Value answer = Profile(), out;
+      answer[member] = row[i];
+      if (i == 0) answer.removeMember(member);
+      bench.cloud.AnswerAll(400, JsonText(answer));  // a status as good as 200
+      EXPECT_EQ(0, VARNKIVOAccountQueryInfo(out, false, false));
+      EXPECT_THAT(FakePlatform::Read(kRecord), testing::HasSubstr(stored));
+    }
+  }
+}
+
+TEST(Query, RefusalHasItsCodeAndKeepsTheRecord) {
+  Bench bench;
+  const std::string insufficient = "Server returned insufficient data. resp=", deep(1500, '[');
+  for (const char* answer : {R"({"code":"badsys"})", "[]", "\"good\"", "5", "null"})
+    ExpectRefusedAnswer(bench, answer, KIVO_ERR_RESPONSE, insufficient);
+  for (const char* answer : {"<html>%n%s</html>", "{\"code\":\"good\"", "[[["})
+    ExpectRefusedAnswer(bench, answer, KIVO_ERR_BAD_JSON, std::string("Failed to parse json: ") + answer);
+  ExpectRefusedAnswer(bench, deep + std::string(1500, ']'), KIVO_ERR_BAD_JSON, "Failed to parse json: [");
+  for (const Json::Value& row : ParseJson(R"([["badsys", 6], ["account_not_found", 25], ["badauth since", 14], ["", 24],
+                                              ["goo", 24], [0, 24], [null, 24], [{}, 24], [["good"], 24]])")) {
+    Json::Value answer = Profile();
+    answer["code"] = row[0];
+    const std::string body = JsonText(answer), code = row[1].asString();
+    ExpectRefusedAnswer(bench, body, row[1].asInt(), "Failed to query 1001, resp=" + body + ", code=" + code);
+  }
+  ExpectRefusedAnswer(bench, std::string(R"({"auth_key":")") + kAuthKey + R"(","passwd":"secret"})", KIVO_ERR_RESPONSE,
+                      insufficient + R"({\x0a\x09"auth_key" : "AuthKey+01...",\x0a\x09"passwd" : "..."\x0a}\x0a)");
+}
+
+TEST(Query, BadauthSignsTheDeviceOutWhateverElseIsThere) {
+  for (Json::Value answer : {Json::Value(Json::objectValue), Profile()}) {
+    Bench bench;
+    bench.SignIn(300);
+    answer["code"] = "badauth";
+    bench.cloud.AnswerAll(400, JsonText(answer));
+    Json::Value out = "before";
+    EXPECT_EQ(-1, VARNKIVOAccountQueryInfo(out, true, false));
+    EXPECT_EQ(KIVO_ERR_NO_ACCOUNT, VARNKIVOErrGet());
+    EXPECT_EQ(Json::Value("before"), out);
+    EXPECT_FALSE(IsThere(kRecord));
+    EXPECT_THAT(bench.device.Logs(), testing::Contains("Logged out Kivo due to authentication failure."));
+  }
+}
+
+}  // namespace
