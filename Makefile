@@ -20,7 +20,7 @@ sources = git ls-files -z --cached --others --exclude-standard -- '*.h' '*.cc' '
 build:
 	@scripts/bootstrap
 	@[ -e $(BUILD)/build.ninja ] || cmake --preset $(PRESET)
-	@cmake --build $(BUILD) -j $(JOBS)
+	@cmake --build $(BUILD) -j $(JOBS) $(if $(TARGET),--target $(TARGET))
 
 demo: build
 	@$(if $(privileged),,VARNKIVO_SANDBOX=user) VARNKIVO_BUILD=$(CURDIR)/$(BUILD) scripts/sandbox scripts/demo
@@ -30,8 +30,9 @@ test: build
 	@ctest --test-dir $(BUILD) -j $(JOBS) -R '$(TESTS)' --no-tests=error --output-on-failure
 
 bench: PRESET = release
+bench: TARGET = varnkivo-bench
 bench: build
-	@find $(BUILD)/bench -maxdepth 1 -type f -executable -print0 | sort -z | xargs -0 -r -n 1 scripts/sandbox
+	@scripts/sandbox $(BUILD)/bench/varnkivo-bench
 
 format:
 	@$(sources) -i

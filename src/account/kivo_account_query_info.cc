@@ -7,6 +7,7 @@
 #include "internal/redact.h"
 #include "internal/string_utils.h"
 #include "user.h"
+#include "user_impl.h"
 #include "varnkivo.h"
 
 #include <json/json.h>
@@ -164,7 +165,7 @@ void Refresh(const Operation& op, const _tag_kivo_INFO_& account, bool quick) {
 }
 
 void Fill(Json::Value& out) {
-  const User user;
+  const UserImpl user = UserImpl::Snapshot();
   Json::Value profile = out.isObject() ? out : Json::Value(Json::objectValue);
   profile["auth_key"] = user.GetAuthKey();
   profile["email"] = user.GetEmail();

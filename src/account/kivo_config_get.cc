@@ -2,7 +2,7 @@
 // "Signed in" means an auth key and a user id here, not an e-mail as for User::Exists.
 #include "internal/guard.h"
 #include "kivo_exception.h"
-#include "user.h"
+#include "user_impl.h"
 #include "varnkivo.h"
 
 #include <cstddef>
@@ -22,7 +22,7 @@ void Copy(char (&field)[Size], const std::string& text) {
 }
 
 void Fill(_tag_kivo_INFO_& info) {
-  const varnkivo::User user;
+  const auto user = varnkivo::UserImpl::Snapshot();
   const std::string authKey = user.GetAuthKey(), userId = user.GetUserId();
   if (authKey.empty() || userId.empty()) throw varnkivo::KivoException(KIVO_ERR_NO_ACCOUNT);
   Copy(info.authKey, authKey);

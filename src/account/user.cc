@@ -18,7 +18,9 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
+#include <new>
 
 namespace varnkivo {
 namespace {
@@ -66,6 +68,12 @@ void MakePrivate() {
   if (file >= 0) close(file);
 }
 
+void RequireEntered(const PrivilegeBracket& bracket) {
+  if (bracket.Entered()) return;
+  LogError(ReadSite(), "Change permission failed");
+  throw KivoException(KIVO_ERR_SYSTEM);
+}
+
 bool Write(const char* key, const std::string& value) {
   if (value.size() >= kValueSize)
     LogError(WriteSite(), "Value of %s is longer than %zu bytes and will be read back cut", key, kValueSize - 1);
@@ -77,13 +85,25 @@ bool Write(const char* key, const std::string& value) {
 
 }  // namespace
 
-std::string UserImpl::Get(const char* key, const std::string& fallback) const {
+UserImpl UserImpl::Snapshot() {
+  UserImpl user;
+  user.snapshot_.reset(VLIBCSzHashAlloc(1024));
+  if (!user.snapshot_) throw std::bad_alloc();
   const PrivilegeBracket bracket(ReadSite());
-  if (!bracket.Entered()) {
-    LogError(ReadSite(), "Change permission failed");
-    throw KivoException(KIVO_ERR_SYSTEM);
-  }
+  RequireEntered(bracket);
+  VLIBCFileGetKeys(kRecordFile, user.snapshot_.get(), "=");  // a record that cannot be read has no values
+  return user;
+}
+
+std::string UserImpl::Get(const char* key, const std::string& fallback) const {
   char value[kValueSize] = {};
+  if (snapshot_) {
+    const char* found = VLIBCSzHashGetValue(snapshot_.get(), key);
+    std::snprintf(value, sizeof value, "%s", found ? found : "");
+    return *value ? value : fallback;
+  }
+  const PrivilegeBracket bracket(ReadSite());
+  RequireEntered(bracket);
   return VLIBCFileGetKeyValue(kRecordFile, key, value, sizeof value) >= 1 ? value : fallback;
 }
 

@@ -1,15 +1,22 @@
-// The account record behind User: one key, one access to the file.
+// The account record behind User: one key, one access to the file, unless all of it was read at once.
 #ifndef VARNKIVO_ACCOUNT_USER_IMPL_H_
 #define VARNKIVO_ACCOUNT_USER_IMPL_H_
+
+#include "internal/platform_handles.h"
 
 #include <cstdint>
 #include <string>
 
 namespace varnkivo {
 
-/// Holds no state. The named accessors are one-line calls of the generic ones with their key and default.
+/// The named accessors are one-line calls of the generic ones with their key and default.
 class UserImpl {
  public:
+  /// Each getter reads the file.
+  UserImpl() = default;
+  /// The getters answer from one reading of the file: values that belong together, and one access instead of many.
+  static UserImpl Snapshot();
+
   std::string Get(const char* key, const std::string& fallback) const;
   void Set(const char* key, const std::string& value) const;
   /// Decimal; anything else than a whole number in range reads as the fallback.
@@ -60,6 +67,9 @@ class UserImpl {
   void SetIsCriticalRelease(bool value) const { SetBool("critical_release", value); }
   void SetIsEnewsLocalPromotion(bool value) const { SetBool("enews_local_promotion", value); }
   void SetIsRealnameValidationPass(bool value) const { SetBool("realname_validation_pass", value); }
+
+ private:
+  Hash snapshot_;
 };
 
 }  // namespace varnkivo

@@ -98,7 +98,7 @@ TEST(Query, FailingStepGivesItsCodeAndMessageAndSendsNothing) {
   for (const Json::Value& step : ParseJson(R"steps([
       ["VARNKIVOServerConfigGet", 23, "VARNKIVOServerConfigGet, code=6"],
       ["VLIBGetSerialNumber", 8, "Failed to get serial number, err=[0x0700 fake.c:1]"],
-      ["VLIBCSzHashAlloc", 6, "Failed to alloc https request, err=[0x0700 fake.c:1]"],
+      ["VLIBCSzHashAlloc", 6, "Failed to alloc https request, err=[0x0700 fake.c:1]", 1],
       ["VLIBCSzListAlloc", 4, "Failed to send https request. err=[0x0700 fake.c:1]"],
       ["account_host=\"http://account.kivo.example\"\n", 4, "Failed to send https request. err=[0x"],
       ["account_host=\"file:///etc/passwd\"\n", 4, "Failed to send https request. err=[0x"]])steps")) {
@@ -106,7 +106,7 @@ TEST(Query, FailingStepGivesItsCodeAndMessageAndSendsNothing) {
     SCOPED_TRACE(what);
     Bench bench;
     bench.SignIn(300);
-    if (what[0] == 'V') bench.device.FailNext(what);
+    if (what[0] == 'V') bench.device.FailAfter(what, step[3].asInt());
     if (what[0] == 'a') WriteRecord(FakePlatform::Read(kRecord) + what);
     ExpectRefused(bench, step[1].asInt(), "kivo_account_query_info " + step[2].asString());
     EXPECT_EQ(0u, bench.cloud->Connections());
