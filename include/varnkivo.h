@@ -205,6 +205,12 @@ KIVO_API int VARNKIVOAccountOauthLogin(Json::Value& response, const char* access
 /// 6 memory or privileges, 8 serial, 19 record not written, 23 hosts, else the server's answer.
 KIVO_API int VARNKIVOAccountQueryInfo(Json::Value& out, bool forceRefresh, bool shortTimeout);
 
+/// Signs the device out: removes the account record, the report job and every token file. With `remote` the account
+/// host is told first, within 30 s a request, and its refusal keeps every file. Returns 0, or -1; codes: 2 reply not
+/// JSON or pkce_login.conf not readable, 5 no usable reply, 6 privileges or user agent, 8 serial, 22 no access token to
+/// tell the host with, else the server's answer. Failures of the local clean-up are logged only.
+KIVO_API int VARNKIVOAccountLogout(bool remote);
+
 }  // extern "C"
 #endif
 

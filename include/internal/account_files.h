@@ -6,6 +6,7 @@
 
 namespace varnkivo {
 
+constexpr const char* kPrivateDirectory = "/usr/varn/etc/varnholt-account/private";
 constexpr const char* kRecordFile = "/usr/varn/etc/varnholt-account/private/user.conf";
 constexpr uid_t kAccountUid = 934;
 constexpr gid_t kAccountGid = 934;

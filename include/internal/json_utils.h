@@ -13,6 +13,11 @@ namespace varnkivo {
 /// then holds what was read before the fault.
 bool ParseJson(const std::string& text, Json::Value& out);
 
+/// The value that `text` holds. Where it is not JSON: logs it and throws KivoException 2.
+Json::Value ParseAnswer(const std::string& text);
+/// The value in a file of at most 4 MiB. Throws KivoException 2 where there is none.
+Json::Value ReadJsonFile(const std::string& path);
+
 /// `object[name]` as text: numbers and booleans in their decimal or word form, null and an absent member empty. Nothing
 /// for objects, arrays, and texts with a NUL inside.
 std::optional<std::string> TextMember(const Json::Value& object, const char* name);

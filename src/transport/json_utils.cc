@@ -1,6 +1,11 @@
 // Reading of JSON without jsoncpp's surprises: it throws on kinds that do not fit, and out of the parser when a text is
-// nested too deeply. Touches nothing.
+// nested too deeply.
 #include "internal/json_utils.h"
+
+#include "internal/file_text.h"
+#include "internal/log.h"
+#include "internal/redact.h"
+#include "kivo_exception.h"
 
 namespace varnkivo {
 
@@ -15,6 +20,20 @@ bool ParseJson(const std::string& text, Json::Value& out) {
     return false;
   }
 #pragma GCC diagnostic pop
+}
+
+Json::Value ParseAnswer(const std::string& text) {
+  Json::Value value;
+  if (ParseJson(text, value)) return value;
+  LogError("..//include/internal/json_utils", "Failed to parse json: %s", Redact(text).c_str());
+  throw KivoException(KIVO_ERR_BAD_JSON);
+}
+
+Json::Value ReadJsonFile(const std::string& path) {
+  const std::optional<std::string> text = ReadFileText(path.c_str(), Links::kFollow);
+  Json::Value value;
+  if (!text || !ParseJson(*text, value)) throw KivoException(KIVO_ERR_BAD_JSON);
+  return value;
 }
 
 std::optional<std::string> TextMember(const Json::Value& object, const char* name) {

@@ -1,13 +1,13 @@
 // Sends a legacy request over HTTPS and hands back status and body. Touches the slot on failure; keeps nothing open.
 // Status 200 and 400 are answers; everything else, and whatever did not arrive whole, is a failure with code 4.
 #include "body_chunk.h"
-#include "curl_handle.h"
 #include "internal/guard.h"
+#include "internal/kept_client.h"
 #include "internal/log.h"
 #include "internal/redact.h"
+#include "internal/trust_store.h"
 #include "internal/wiped.h"
 #include "kivo_https_query.h"
-#include "trust_store.h"
 #include "varn/platform.h"
 #include "varnkivo.h"
 
@@ -45,6 +45,24 @@ struct SlistFree {
   void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
 };
 
+struct CurlCloser {
+  void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }
+};
+
+/// What is kept from one request to the next.
+class CurlClient {
+ public:
+  /// Null when libcurl could not make one.
+  CURL* Get() const { return handle_.get(); }
+  bool Forget() noexcept {
+    if (handle_) curl_easy_reset(handle_.get());
+    return handle_ != nullptr;
+  }
+
+ private:
+  std::unique_ptr<CURL, CurlCloser> handle_{curl_easy_init()};
+};
+
 /// A field of a request record, which may lack its NUL.
 Wiped FieldText(const char (&field)[4096]) { return Wiped(field, strnlen(field, sizeof field)); }
 
@@ -59,8 +77,8 @@ class Exchange {
 
   void Run() {
     if (!query_.Text()) throw Failed{KIVO_ERR_SYSTEM};
-    if (!curl_.Get()) Fail(__LINE__, "failed to init pCurl");
-    if (!AppendParameters(query_, curl_.Get(), FieldText(request_.account_id), FieldText(request_.account_password),
+    if (!curl_->Get()) Fail(__LINE__, "failed to init pCurl");
+    if (!AppendParameters(query_, curl_->Get(), FieldText(request_.account_id), FieldText(request_.account_password),
                           request_.params))
       throw Failed{KIVO_ERR_SEND};
     ComposeUrl();
@@ -88,7 +106,7 @@ class Exchange {
 
   template <class Value>
   CURLcode Set(CURLoption option, Value value) {
-    return Noted(curl_easy_setopt(curl_.Get(), option, value));
+    return Noted(curl_easy_setopt(curl_->Get(), option, value));
   }
 
   CURLcode Noted(CURLcode result) {
@@ -195,7 +213,7 @@ class Exchange {
     const int attempts = request_.quick ? kQuickAttempts : kNormalAttempts;
     for (int attempt = 1; attempt <= attempts; ++attempt) {
       chunk_.Drop();  // what an earlier attempt received is not part of this answer
-      const CURLcode result = curl_easy_perform(curl_.Get());
+      const CURLcode result = curl_easy_perform(curl_->Get());
       response_.curl_code = static_cast<int>(result);
       complete_ = result == CURLE_OK;
       if (complete_) return;
@@ -216,7 +234,7 @@ class Exchange {
 
   void ReadStatus() {
     long status = 0;
-    const CURLcode result = Noted(curl_easy_getinfo(curl_.Get(), CURLINFO_RESPONSE_CODE, &status));
+    const CURLcode result = Noted(curl_easy_getinfo(curl_->Get(), CURLINFO_RESPONSE_CODE, &status));
     if (result != CURLE_OK)
       Fail(__LINE__, "%s, Failed to curl_easy_getinfo, code=%d, err=%s", LoggedUrl().c_str(), result,
            curl_easy_strerror(result));
@@ -240,7 +258,7 @@ class Exchange {
   bool complete_ = false;  // whether the last attempt received all of an answer
   QueryText query_;
   char url_[kUrlSize] = {};
-  CurlHandle curl_;  // last: given back first, while what it points to is still there
+  Kept<CurlClient> curl_;  // last: given back first, while what it points to is still there
 };
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The one place that names the CA bundle, and tells when it was replaced.
-#ifndef VARNKIVO_TRANSPORT_TRUST_STORE_H_
-#define VARNKIVO_TRANSPORT_TRUST_STORE_H_
+#ifndef VARNKIVO_INTERNAL_TRUST_STORE_H_
+#define VARNKIVO_INTERNAL_TRUST_STORE_H_
 
 #include <sys/stat.h>
 
@@ -26,4 +26,4 @@ struct TrustStoreIdentity {
 
 }  // namespace varnkivo
 
-#endif  // VARNKIVO_TRANSPORT_TRUST_STORE_H_
+#endif  // VARNKIVO_INTERNAL_TRUST_STORE_H_

@@ -1,0 +1,56 @@
+// Reads and writes small files whole. What lies under a name may have been put there by anybody: a fifo, a device, a
+// file without end; none of them may hold the caller up or fill its memory.
+#include "internal/file_text.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace varnkivo {
+namespace {
+
+std::optional<std::string> ReadAll(int file) {
+  std::string text;
+  char block[8192];
+  for (;;) {
+    const ssize_t length = read(file, block, sizeof block);
+    if (length == 0) return text;
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0) return std::nullopt;
+    text.append(block, static_cast<std::size_t>(length));
+    if (text.size() > kMostFileBytes) {
+      errno = EFBIG;
+      return std::nullopt;
+    }
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> ReadFileText(const char* path, Links links) {
+  const int file = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | (links == Links::kRefuse ? O_NOFOLLOW : 0));
+  if (file < 0) return std::nullopt;
+  struct stat facts = {};
+  std::optional<std::string> text;
+  if (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode))
+    text = ReadAll(file);
+  else
+    errno = EINVAL;
+  const int error = errno;
+  close(file);
+  errno = error;
+  return text;
+}
+
+bool WriteAll(int file, const std::string& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t length = write(file, text.data() + done, text.size() - done);
+    if (length < 0 && errno != EINTR) return false;
+    if (length > 0) done += static_cast<std::size_t>(length);
+  }
+  return true;
+}
+
+}  // namespace varnkivo

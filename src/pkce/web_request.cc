@@ -1,0 +1,113 @@
+// Sends the requests of the classes through cpr. Keeps nothing but an idle session with the trust store it has parsed.
+// A session carries content, headers and parameters into its next request unless they are taken out: Forget does.
+#include "web_request.h"
+
+#include "internal/kept_client.h"
+#include "internal/redact.h"
+#include "internal/trust_store.h"
+#include "kivo_exception.h"
+#include "lum_service.h"
+
+#include <cpr/cpr.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+
+namespace varnkivo {
+namespace {
+
+constexpr std::int32_t kTimeOut = 30000;  // milliseconds
+constexpr long kMostRedirects = 5;
+constexpr std::size_t kMostBytes = 16u << 20;
+
+class WebSession {
+ public:
+  cpr::Session& Get() { return session_; }
+  bool Forget() noexcept {
+    try {
+      session_.RemoveContent();
+      session_.SetHeader({});
+      session_.SetParameters({});
+      curl_easy_setopt(session_.GetCurlHolder()->handle, CURLOPT_COOKIELIST, "ALL");
+      return session_.GetCurlHolder()->handle != nullptr;
+    } catch (...) {
+      return false;
+    }
+  }
+
+ private:
+  cpr::Session session_;
+};
+
+cpr::Header ToHeader(const Pairs& headers) { return cpr::Header(headers.begin(), headers.end()); }
+
+/// CAPATH must be unset and no TLS option given: libcurl keeps the parsed trust store only then. NOSIGNAL must be off:
+/// libcurl leaves SIGPIPE to the caller otherwise.
+void SetHandleOptions(CURL* handle) {
+  curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "https");
+  curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "https");
+  curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
+  curl_easy_setopt(handle, CURLOPT_SSL_OPTIONS, 0L);
+  curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, 1L);
+  curl_easy_setopt(handle, CURLOPT_SSL_SESSIONID_CACHE, 0L);
+  curl_easy_setopt(handle, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+  curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 0L);
+}
+
+template <class Send>
+WebAnswer Exchange(const std::string& url, const Pairs& headers, Send send) {
+  const std::string agent = LumService().GetUserAgent();
+  WebAnswer answer;
+  const Kept<WebSession> kept;
+  cpr::Session& session = kept->Get();
+  session.SetUrl(cpr::Url{url});
+  session.SetTimeout(cpr::Timeout{kTimeOut});
+  session.SetUserAgent(cpr::UserAgent{agent});
+  session.SetHeader(ToHeader(headers));
+  session.SetRedirect(cpr::Redirect{kMostRedirects});
+  session.SetVerifySsl(cpr::VerifySsl{true});
+  session.SetSslOptions(cpr::Ssl(cpr::ssl::CaInfo{kTrustStore}));
+  session.SetWriteCallback(cpr::WriteCallback{[&](const std::string_view& block, std::intptr_t) {
+    if (block.size() > kMostBytes - answer.body.size()) return false;
+    answer.body.append(block);
+    return true;
+  }});
+  SetHandleOptions(session.GetCurlHolder()->handle);
+  const cpr::Response response = send(session);
+  answer.arrived = response.error.code == cpr::ErrorCode::OK;
+  answer.code = static_cast<int>(response.error.code);
+  answer.message = response.error.message;
+  answer.status = static_cast<int>(response.status_code);
+  return answer;
+}
+
+}  // namespace
+
+std::string WebAnswer::Shown() const { return Redact(body); }
+
+WebAnswer WebPost(const std::string& url, const Pairs& headers, const Pairs& form) {
+  return Exchange(url, headers, [&](cpr::Session& session) {
+    cpr::Payload payload{};
+    for (const auto& [name, value] : form) payload.Add(cpr::Pair(name, value));
+    if (!form.empty()) session.SetPayload(std::move(payload));
+    return session.Post();
+  });
+}
+
+WebAnswer WebGet(const std::string& url, const Pairs& headers, const Pairs& query) {
+  return Exchange(url, headers, [&](cpr::Session& session) {
+    cpr::Parameters parameters{};
+    for (const auto& [name, value] : query) parameters.Add(cpr::Parameter(name, value));
+    session.SetParameters(std::move(parameters));
+    return session.Get();
+  });
+}
+
+const std::string& RequireHeaderValue(const std::string& value, int code) {
+  const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
+  if (std::any_of(value.begin(), value.end(), isControl)) throw KivoException(static_cast<KIVO_ERRCODE>(code));
+  return value;
+}
+
+}  // namespace varnkivo
