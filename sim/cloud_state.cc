@@ -59,20 +59,40 @@ std::string CloudState::AuthKey(const std::string& userId, const std::string& se
   return key;
 }
 
+std::optional<std::pair<Account, std::string>> CloudState::FindByAuthKey(const std::string& key) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  for (const Account& account : accounts_)
+    for (const auto& [serial, kept] : account.authKeys)
+      if (!key.empty() && kept == key) return std::make_pair(account, serial);
+  return std::nullopt;
+}
+
+bool CloudState::RemoveAuthKey(const std::string& userId, const std::string& serial, const std::string& key) {
+  bool removed = false;
+  Change(userId, [&](Account& account) {
+    const auto found = account.authKeys.find(serial);
+    removed = found != account.authKeys.end() && found->second == key;
+    if (removed) account.authKeys.erase(found);
+  });
+  return removed;
+}
+
 void CloudState::GrantAccessToken(const std::string& token, const std::string& userId) {
   const std::lock_guard<std::mutex> lock(mutex_);
   accessTokens_[token] = userId;
 }
 
+std::string CloudState::UserOfAccessToken(const std::string& token) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = accessTokens_.find(token);
+  return found == accessTokens_.end() ? "" : found->second;
+}
+
 std::optional<Account> CloudState::FindByAccessToken(const std::string& token) const {
-  std::string userId;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = accessTokens_.find(token);
-    if (found == accessTokens_.end()) return std::nullopt;
-    userId = found->second;
-  }
-  return Find(userId);
+  std::string userId = UserOfAccessToken(token);
+  if (userId.empty())
+    if (const std::optional<Grantee> grantee = oauth_.FindByAccessToken(token)) userId = grantee->userId;
+  return userId.empty() ? std::nullopt : Find(userId);
 }
 
 void CloudState::RegisterApiKey(const std::string& serial, const std::string& key) {
@@ -111,6 +131,7 @@ bool CloudState::IsMachineRefused(const std::string& serial) const {
 }
 
 void CloudState::Reset() {
+  oauth_.Reset();
   const std::lock_guard<std::mutex> lock(mutex_);
   accounts_.clear();
   accessTokens_.clear();

@@ -1,5 +1,6 @@
 // What the cloud remembers: accounts with their auth keys, access tokens, and the API keys of devices. Thread-safe;
 // shared by the handlers (server thread) and the tests or the control interface. Gives out copies, never references.
+// The identity host's own memory is the TokenStore, which locks for itself; neither lock is taken under the other.
 #pragma once
 
 #include <functional>
@@ -8,10 +9,13 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "sim/account.h"
 #include "sim/simulator.h"
+#include "sim/token_signer.h"
+#include "sim/token_store.h"
 
 namespace kivosim {
 
@@ -27,9 +31,18 @@ class CloudState {
   /// The auth key of the account for a device: the one already given out, else a fresh one, kept from then on. A
   /// sign-in that only checks a password must not take the key away from the device that holds it.
   std::string AuthKey(const std::string& userId, const std::string& serial);
+  /// Whose auth key this is, and of which device: account and serial number.
+  std::optional<std::pair<Account, std::string>> FindByAuthKey(const std::string& key) const;
+  /// Takes the auth key of a device away if it is this one. False: it is not.
+  bool RemoveAuthKey(const std::string& userId, const std::string& serial, const std::string& key);
 
   void GrantAccessToken(const std::string& token, const std::string& userId);
+  /// The account of a token that was granted directly or issued by the identity host and is good still.
   std::optional<Account> FindByAccessToken(const std::string& token) const;
+
+  TokenStore& OAuth() { return oauth_; }
+  const TokenStore& OAuth() const { return oauth_; }
+  const TokenSigner& Signer() const { return signer_; }
 
   void RegisterApiKey(const std::string& serial, const std::string& key);
   /// From now on `answer` is given to the device's present key, or to the first it will show.
@@ -49,9 +62,12 @@ class CloudState {
     std::string nextAnswer;                      // not empty: the next key shown is refused with it
     bool machineRefused = false;
   };
+  std::string UserOfAccessToken(const std::string& token) const;
   Account* Locate(const std::string& emailOrUserId);
 
   const ApiKeyPolicy policy_;
+  const TokenSigner signer_;
+  TokenStore oauth_;
   mutable std::mutex mutex_;
   std::vector<Account> accounts_;
   std::map<std::string, std::string> accessTokens_;  // token -> user id

@@ -1,22 +1,16 @@
 // The control calls, one small function each, found by method and path in a table.
 #include "sim/control_paths.h"
 
+#include <iterator>
 #include <vector>
 
 #include "sim/account_json.h"
+#include "sim/control_call.h"
 #include "sim/fault_json.h"
 #include "sim/journal_json.h"
-#include "sim/json_members.h"
 #include "sim/json_text.h"
 
 namespace kivosim {
-namespace {
-
-struct Call {
-  Simulator& simulator;
-  const Request& request;
-  const std::function<void()>& afterReset;
-};
 
 Json::Value Done() {
   Json::Value json;
@@ -31,16 +25,16 @@ std::string TakeText(JsonMembers& members, const std::string& name) {
   return text;
 }
 
-/// The one text that the body gives under one of `names`.
-std::string OnlyText(const Call& call, const std::vector<std::string>& names) {
+std::string TakeAccount(JsonMembers& members) { return TakeText(members, members.Has("email") ? "email" : "user_id"); }
+
+namespace {
+
+/// The one text that the body gives under `name`.
+std::string OnlyText(const Call& call, const std::string& name) {
   JsonMembers members(ParseJson(call.request.body));
-  for (const std::string& name : names) {
-    if (!members.Has(name) && name != names.back()) continue;
-    const std::string text = TakeText(members, name);
-    members.End();
-    return text;
-  }
-  return "";
+  const std::string text = TakeText(members, name);
+  members.End();
+  return text;
 }
 
 /// Calls `take` for the body, or for each element when it is a list.
@@ -85,7 +79,10 @@ Json::Value PostAccounts(const Call& call) {
 }
 
 Json::Value PostRevoke(const Call& call) {
-  if (!call.simulator.Revoke(OnlyText(call, {"email", "user_id"}))) throw std::runtime_error("no such account");
+  JsonMembers members(ParseJson(call.request.body));
+  const std::string account = TakeAccount(members);
+  members.End();
+  if (!call.simulator.Revoke(account)) throw std::runtime_error("no such account");
   return Done();
 }
 
@@ -106,17 +103,17 @@ Json::Value PostRegisterApiKey(const Call& call) {
 }
 
 Json::Value PostForgetApiKey(const Call& call) {
-  call.simulator.ForgetApiKey(OnlyText(call, {"serial"}));
+  call.simulator.ForgetApiKey(OnlyText(call, "serial"));
   return Done();
 }
 
 Json::Value PostExpireApiKey(const Call& call) {
-  call.simulator.ExpireApiKey(OnlyText(call, {"serial"}));
+  call.simulator.ExpireApiKey(OnlyText(call, "serial"));
   return Done();
 }
 
 Json::Value PostRefuseMachine(const Call& call) {
-  call.simulator.RefuseMachine(OnlyText(call, {"serial"}));
+  call.simulator.RefuseMachine(OnlyText(call, "serial"));
   return Done();
 }
 
@@ -135,23 +132,25 @@ Json::Value PostReset(const Call& call) {
   return Done();
 }
 
-const struct {
-  const char* method;
-  const char* path;
-  Json::Value (*answer)(const Call&);
-} kCalls[] = {{"GET", "/journal", GetJournal},
-              {"DELETE", "/journal", DeleteJournal},
-              {"GET", "/state", GetState},
-              {"POST", "/accounts", PostAccounts},
-              {"POST", "/revoke", PostRevoke},
-              {"POST", "/access-token", PostAccessToken},
-              {"POST", "/register-api-key", PostRegisterApiKey},
-              {"POST", "/forget-api-key", PostForgetApiKey},
-              {"POST", "/expire-api-key", PostExpireApiKey},
-              {"POST", "/refuse-machine", PostRefuseMachine},
-              {"POST", "/faults", PostFaults},
-              {"DELETE", "/faults", DeleteFaults},
-              {"POST", "/reset", PostReset}};
+const ControlCall kCalls[] = {{"GET", "/journal", GetJournal},
+                              {"DELETE", "/journal", DeleteJournal},
+                              {"GET", "/state", GetState},
+                              {"POST", "/accounts", PostAccounts},
+                              {"POST", "/revoke", PostRevoke},
+                              {"POST", "/access-token", PostAccessToken},
+                              {"POST", "/register-api-key", PostRegisterApiKey},
+                              {"POST", "/forget-api-key", PostForgetApiKey},
+                              {"POST", "/expire-api-key", PostExpireApiKey},
+                              {"POST", "/refuse-machine", PostRefuseMachine},
+                              {"POST", "/faults", PostFaults},
+                              {"DELETE", "/faults", DeleteFaults},
+                              {"POST", "/reset", PostReset}};
+
+std::vector<ControlCall> AllCalls() {
+  std::vector<ControlCall> calls(std::begin(kCalls), std::end(kCalls));
+  calls.insert(calls.end(), TokenCalls().begin(), TokenCalls().end());
+  return calls;
+}
 
 Response Answer(int status, const Json::Value& json) { return {status, JsonText(json) + "\n"}; }
 
@@ -164,8 +163,9 @@ Response Refuse(int status, const std::string& why) {
 }  // namespace
 
 Response AnswerControl(Simulator& simulator, const Request& request, const std::function<void()>& afterReset) {
+  static const std::vector<ControlCall> calls = AllCalls();
   bool known = false;
-  for (const auto& call : kCalls) {
+  for (const ControlCall& call : calls) {
     if (request.path != call.path) continue;
     known = true;
     if (request.method != call.method) continue;

@@ -46,10 +46,29 @@ Fault Fault::NeverAnswer() {
   return fault;
 }
 
+Fault Fault::Unavailable() {
+  Fault fault = Answer(503, "{\"error\":\"temporarily_unavailable\"}");
+  fault.skipHandler = true;
+  return fault;
+}
+
 Fault Fault::ResetAfterRequest() {
   Fault fault;
   fault.cutAfter = 0;
   fault.end = End::kReset;
+  return fault;
+}
+
+Fault Fault::ThenCall(std::function<void()> onSent) {
+  Fault fault;
+  fault.onSent = std::move(onSent);
+  return fault;
+}
+
+Fault Fault::AllButLastByteThen(std::function<void()> onSent) {
+  Fault fault = ThenCall(std::move(onSent));
+  fault.cutLast = 1;
+  fault.end = End::kSilence;
   return fault;
 }
 

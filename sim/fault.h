@@ -50,6 +50,7 @@ struct Fault {
 
   std::optional<std::size_t> cutAfter;      ///< send only so many bytes of the answer, head included
   std::optional<std::size_t> cutBodyAfter;  ///< send the head and only so many bytes of what follows it
+  std::optional<std::size_t> cutLast;       ///< send all but so many bytes at the end
   End end = End::kNormal;                   ///< after a cut kNormal means kFin
 
   std::function<void()> onSent;  ///< called on the simulator's thread when the last byte has been handed to the system
@@ -60,7 +61,13 @@ struct Fault {
   static Fault Drip(std::size_t bytes, std::chrono::milliseconds interval);
   static Fault CutBody(std::size_t bytes, Framing framing = Framing::kLength, End end = End::kFin);
   static Fault NeverAnswer();
+  static Fault Unavailable();  ///< 503, nothing carried out
   static Fault ResetAfterRequest();
+  /// The whole answer as it should be, then the callback. The client may have read the answer by then.
+  static Fault ThenCall(std::function<void()> onSent);
+  /// All of the answer but its last byte, then the callback; the connection stays open. The client cannot have made
+  /// use of the answer when the callback runs, so that is the moment to end it after its request was carried out.
+  static Fault AllButLastByteThen(std::function<void()> onSent);
   static Fault Endless(Framing framing = Framing::kChunked);
 };
 

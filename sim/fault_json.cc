@@ -57,6 +57,7 @@ Fault ReadFault(JsonMembers& members) {
   TakeMilliseconds(members, "drip_interval_ms", fault.dripInterval);
   members.Take("cut_after", fault.cutAfter);
   members.Take("cut_body_after", fault.cutBodyAfter);
+  members.Take("cut_last", fault.cutLast);
   fault.end = static_cast<End>(TakeName(members, "end", {"normal", "close-notify", "fin", "reset", "silence"}, 0));
   return fault;
 }
@@ -71,6 +72,17 @@ ConnectionFault ReadConnectionFault(JsonMembers& members) {
 }
 
 }  // namespace
+
+void TakeDownFromJson(Simulator& simulator, const Json::Value& json) {
+  JsonMembers members(json);
+  members.Require("what");
+  std::string what;
+  members.Take("what", what);
+  const bool plain = members.Left() == 0;
+  Fault how = plain ? Fault::Unavailable() : ReadFault(members);
+  members.End();
+  simulator.TakeDown(what, std::move(how));
+}
 
 void QueueFaultFromJson(Simulator& simulator, const Json::Value& json) {
   JsonMembers members(json);

@@ -11,4 +11,7 @@ namespace kivosim {
 /// std::runtime_error for what it does not understand; nothing is queued then.
 void QueueFaultFromJson(Simulator& simulator, const Json::Value& json);
 
+/// Takes down {"what"}; further members are those of a fault and say what a request for it meets.
+void TakeDownFromJson(Simulator& simulator, const Json::Value& json);
+
 }  // namespace kivosim

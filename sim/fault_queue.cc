@@ -15,7 +15,13 @@ std::optional<Entry> TakeFrom(std::deque<Entry>& queue) {
   return taken;
 }
 
+std::string OutageKey(const std::string& what) { return what.find('/') == std::string::npos ? what : NormalPath(what); }
+
 }  // namespace
+
+bool IsOfFamily(const std::string& host, const std::string& name) {
+  return host == name + ".kivo.example" || host == name + "-test.kivo.example";
+}
 
 std::string NormalPath(const std::string& path) {
   return path.empty() || path == "*" || path[0] == '/' ? path : "/" + path;
@@ -40,6 +46,26 @@ std::optional<Fault> FaultQueue::Take(const std::string& path) {
 std::optional<ConnectionFault> FaultQueue::TakeForConnection() {
   const std::lock_guard<std::mutex> lock(mutex_);
   return TakeFrom(forConnections_);
+}
+
+void FaultQueue::TakeDown(const std::string& what, Fault how) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  outages_[OutageKey(what)] = std::move(how);
+}
+
+void FaultQueue::BringBack(const std::string& what) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (what.empty())
+    outages_.clear();
+  else
+    outages_.erase(OutageKey(what));
+}
+
+std::optional<Fault> FaultQueue::Outage(const Request& request) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  for (const auto& [what, fault] : outages_)
+    if (what == "*" || what == request.path || what == request.host || IsOfFamily(request.host, what)) return fault;
+  return std::nullopt;
 }
 
 std::size_t FaultQueue::Pending() const {

@@ -12,5 +12,9 @@ namespace kivosim {
 /// Fills `pairs`, decoded. Returns what is wrong with `text`, or "" (then, and only then, `pairs` is all of it).
 /// Empty text has no pairs.
 std::string ParseForm(const std::string& text, Pairs& pairs);
+/// The same for what browsers write: "+" is a blank, any byte may be escaped or not. Never complains.
+Pairs ParseBrowserForm(const std::string& text);
+/// The canonical spelling.
+std::string FormText(const Pairs& pairs);
 
 }  // namespace kivosim

@@ -39,6 +39,7 @@ class JsonMembers {
   }
   Json::Value TakeAny(const std::string& name) { return json_.removeMember(name, &taken_) ? taken_ : Json::Value(); }
 
+  std::size_t Left() const { return json_.size(); }  ///< members not taken yet
   bool Has(const std::string& name) const { return json_.isMember(name); }
   void Require(const std::string& name) const {
     if (!json_.isMember(name)) throw std::runtime_error("\"" + name + "\" is missing");

@@ -1,12 +1,15 @@
 // The simulator's public face: one line per member over the parts that do the work.
 #include "sim/simulator.h"
 
+#include <algorithm>
 #include <mutex>
+#include <stdexcept>
 #include <utility>
 
 #include "sim/server/server.h"
 #include "sim/server/service.h"
 #include "sim/server/tls_contexts.h"
+#include "sim/token_answer.h"
 #include "sim/trust_bundle.h"
 
 namespace kivosim {
@@ -71,6 +74,32 @@ void Simulator::GrantAccessToken(const std::string& accessToken, const std::stri
   impl_->service.state.GrantAccessToken(accessToken, userId);
 }
 
+void Simulator::AddOAuthClient(OAuthClient client) { impl_->service.state.OAuth().AddClient(std::move(client)); }
+void Simulator::SetTokenLifetime(std::chrono::seconds lifetime, const std::string& clientId) {
+  impl_->service.state.OAuth().SetLifetime(lifetime, clientId);
+}
+void Simulator::PassTime(std::chrono::seconds time) { impl_->service.state.OAuth().PassTime(time); }
+void Simulator::ExpireAccessTokens(const std::string& clientId) {
+  impl_->service.state.OAuth().ExpireAccessTokens(clientId);
+}
+bool Simulator::RevokeTokens(const std::string& emailOrUserId, const std::string& clientId) {
+  const std::optional<Account> account = FindAccount(emailOrUserId);
+  if (!account) return false;
+  impl_->service.state.OAuth().Revoke([&](const TokenFamily& family) {
+    return family.userId == account->userId && (clientId.empty() || family.clientId == clientId);
+  });
+  return true;
+}
+bool Simulator::RevokeFamily(std::uint64_t number) {
+  return impl_->service.state.OAuth().Revoke([&](const TokenFamily& family) { return family.number == number; }) == 1;
+}
+std::vector<TokenFamily> Simulator::TokenFamilies() const { return impl_->service.state.OAuth().Families(); }
+TokenCounts Simulator::TokenRequests() const { return impl_->service.state.OAuth().Counts(); }
+TokenSet Simulator::IssueTokens(const std::string& emailOrUserId, const std::string& clientId,
+                                const std::string& serial, std::chrono::seconds age) {
+  return MakeTokenSet(impl_->service.state, emailOrUserId, clientId, serial, age);
+}
+
 void Simulator::RegisterApiKey(const std::string& serial, const std::string& key) {
   impl_->service.state.RegisterApiKey(serial, key);
 }
@@ -87,6 +116,16 @@ void Simulator::QueueConnectionFault(ConnectionFault fault) { impl_->service.fau
 void Simulator::QueueCertificate(CertificateKind kind, int times) {
   QueueConnectionFault({ConnectionFault::Kind::kCertificate, kind, times});
 }
+void Simulator::TakeDown(const std::string& hostOrPath, Fault how) {
+  const auto names = [&](const std::string& host) {
+    return host == hostOrPath || IsOfFamily(host, hostOrPath) || hostOrPath == "*";
+  };
+  if (hostOrPath.find('/') == std::string::npos && std::none_of(Hosts().begin(), Hosts().end(), names))
+    throw std::runtime_error("\"" + hostOrPath + "\" is no host, family of hosts or path");
+  how.skipHandler = true;
+  impl_->service.faults.TakeDown(hostOrPath, std::move(how));
+}
+void Simulator::BringBack(const std::string& hostOrPath) { impl_->service.faults.BringBack(hostOrPath); }
 void Simulator::ClearFaults() { impl_->service.faults.Clear(); }
 std::size_t Simulator::PendingFaults() const { return impl_->service.faults.Pending(); }
 void Simulator::SetHook(std::function<std::optional<Response>(const Request&)> hook) {

@@ -26,6 +26,7 @@
 #include "sim/fault.h"
 #include "sim/journal.h"
 #include "sim/message.h"
+#include "sim/oauth.h"
 
 namespace kivosim {
 
@@ -84,6 +85,24 @@ class Simulator {
   void ExpireApiKey(const std::string& serial);   ///< the same with "apikey_expired"
   void RefuseMachine(const std::string& serial);  ///< every sign-in of it is answered "invalid_machine"
 
+  // Tokens --------------------------------------------------------------------------------------------------------
+  void AddOAuthClient(OAuthClient client);  ///< beside "kivo-device" and "kivo-device-register"
+  /// How long access tokens given out from now on live: of one client, or of all that have no time of their own.
+  void SetTokenLifetime(std::chrono::seconds lifetime, const std::string& clientId = "");
+  /// Makes access tokens and codes older by so much, at the servers only.
+  void PassTime(std::chrono::seconds time);
+  /// Every access token given out so far has expired, at the servers only.
+  void ExpireAccessTokens(const std::string& clientId = "");
+  /// Revokes all families of tokens of an account, or those of one client of it. False: unknown account.
+  bool RevokeTokens(const std::string& emailOrUserId, const std::string& clientId = "");
+  bool RevokeFamily(std::uint64_t number);  ///< false: there is none, or it was revoked before
+  std::vector<TokenFamily> TokenFamilies() const;
+  TokenCounts TokenRequests() const;
+  /// A new set of tokens as if the account had signed in on the device `serial` ("": on none) `age` ago. Throws
+  /// std::runtime_error for an unknown account or client.
+  TokenSet IssueTokens(const std::string& emailOrUserId, const std::string& clientId = "kivo-device",
+                       const std::string& serial = "", std::chrono::seconds age = std::chrono::seconds(0));
+
   // Faults --------------------------------------------------------------------------------------------------------
   /// Strikes the next requests for `path` ("device/api/password_login", with or without a leading "/", or "*" for any
   /// path). Faults of one path are used up in the order they were queued; those of the path itself before those of "*".
@@ -91,8 +110,13 @@ class Simulator {
   /// Strikes the next connections, in the order of the queue.
   void QueueConnectionFault(ConnectionFault fault);
   void QueueCertificate(CertificateKind kind, int times = 1);
-  void ClearFaults();
-  std::size_t PendingFaults() const;  ///< entries not used up; one with a count is one
+  /// Every request for a host ("identity.kivo.example"), a family of hosts ("identity" is both) or a path meets `how`
+  /// until that is brought back; queued faults wait meanwhile. Nothing asked is carried out. Throws std::runtime_error
+  /// for a name that is none of these.
+  void TakeDown(const std::string& hostOrPath, Fault how = Fault::Unavailable());
+  void BringBack(const std::string& hostOrPath = "");  ///< "": everything that is down
+  void ClearFaults();                                  ///< those queued; what is down stays down
+  std::size_t PendingFaults() const;                   ///< entries not used up; one with a count is one
   /// Asked first for every well-formed request; what it returns is the answer (faults still apply to it), and the
   /// request is then neither checked nor complained of. An empty function takes the hook away.
   void SetHook(std::function<std::optional<Response>(const Request&)> hook);
@@ -109,7 +133,8 @@ class Simulator {
   bool WaitIdle(std::chrono::milliseconds timeout = std::chrono::seconds(5)) const;
   void ClearJournal();
 
-  /// Forgets accounts, tokens, keys, faults, hook and journal, as if newly made; connections stay open.
+  /// Forgets accounts, clients, tokens, keys, faults, outages, hook and journal, as if newly made, but for the key of
+  /// the id tokens; connections stay open.
   void Reset();
 
  private:

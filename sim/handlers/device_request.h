@@ -7,17 +7,11 @@
 #include <vector>
 
 #include "sim/cloud_state.h"
+#include "sim/handlers/form_request.h"
 #include "sim/handlers/routes.h"
 #include "sim/message.h"
 
 namespace kivosim {
-
-struct Parameter {
-  enum Kind { kFilled, kMayBeEmpty, kOptional };
-  std::string name;
-  Kind kind = kFilled;
-  std::string value = {};  ///< not empty: the only value allowed
-};
 
 /// A handler that first checks the request: POST, a form body, "lu_sn", "lu_token", possibly "kivoID" and "kivoPW",
 /// then `parameters` in this order and nothing else, "serial_no" (where it is one of them) equal to "lu_sn", the token

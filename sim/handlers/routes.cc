@@ -15,6 +15,13 @@ const std::vector<Route>& Routes() {
     AddPasswordLogin(all);
     AddLaunch(all);
     AddUserQuery(all);
+    AddAuthorize(all);
+    AddToken(all);
+    AddEndSession(all);
+    AddIdentityDocuments(all);
+    AddAuthKeyExchange(all);
+    AddCodeGrant(all);
+    AddDeviceLogout(all);
     return all;
   }();
   return routes;

@@ -33,5 +33,12 @@ Reply Dispatch(const Request& request, CloudState& state);
 void AddPasswordLogin(std::vector<Route>& routes);
 void AddLaunch(std::vector<Route>& routes);
 void AddUserQuery(std::vector<Route>& routes);
+void AddAuthorize(std::vector<Route>& routes);
+void AddToken(std::vector<Route>& routes);
+void AddEndSession(std::vector<Route>& routes);
+void AddIdentityDocuments(std::vector<Route>& routes);
+void AddAuthKeyExchange(std::vector<Route>& routes);
+void AddCodeGrant(std::vector<Route>& routes);
+void AddDeviceLogout(std::vector<Route>& routes);
 
 }  // namespace kivosim

@@ -107,6 +107,7 @@ ResponsePlan PlanResponse(const Response& response, const std::optional<Fault>& 
   const std::size_t headSize = fault.raw ? RawHeadSize(bytes) : head.size();
   if (fault.cutAfter) bytes.resize(std::min(bytes.size(), *fault.cutAfter));
   if (fault.cutBodyAfter) bytes.resize(std::min(bytes.size(), headSize + *fault.cutBodyAfter));
+  if (fault.cutLast) bytes.resize(bytes.size() - std::min(bytes.size(), *fault.cutLast));
   const bool cut = bytes.size() < whole;
   if (fault.endless && !cut) {
     const std::string block(16384, 'x');

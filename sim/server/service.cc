@@ -34,7 +34,8 @@ Service::Exchange Service::Serve(const Request& request, JournalEntry entry) {
     const std::lock_guard<std::mutex> lock(mutex_);
     hook = hook_;
   }
-  const std::optional<Fault> fault = faults.Take(request.path);
+  std::optional<Fault> fault = faults.Outage(request);
+  if (!fault) fault = faults.Take(request.path);
   const Reply reply = Answer(request, hook, fault && fault->skipHandler, state);
   Exchange exchange{PlanResponse(reply.response, fault, ClientCloses(request)), {}};
   if (fault) exchange.onSent = fault->onSent;
@@ -56,6 +57,7 @@ void Service::Reset() {
   SetHook({});
   state.Reset();
   faults.Clear();
+  faults.BringBack("");
   journal.Clear();
 }
 

@@ -193,6 +193,49 @@ TEST(SimControl, RevokedKeysAndTheJournalCanBeSeen) {
   EXPECT_EQ(0u, Parse(sim.Control("GET", "/journal").body).size());
 }
 
+TEST(SimControl, TokensAreIssuedListedWithoutBeingShownExpiredAndRevoked) {
+  Sim sim;
+  CurlOptions options;
+  options.caFile = sim.ready["ca"].asString();
+  const auto call = [&](const char* path, const char* body) {
+    const Exchange exchange = sim.Control("POST", path, body);
+    EXPECT_EQ("{\"ok\":true}\n", exchange.body) << path;
+  };
+  const auto tokens = [&](const char* body) { return Parse(sim.Control("POST", "/tokens", body).body); };
+  const auto status = [&](const Json::Value& file) {
+    options.headers = {"Authorization: Bearer " + file["access_token"].asString()};
+    return Post("https://account.kivo.example/oauth2/api/v1/device/core/authkey/exchange", "", options).status;
+  };
+  call("/token-lifetime", R"({"seconds":7,"client_id":"kivo-device"})");
+  const Json::Value file = tokens(R"({"user_id":"1001","serial":"S1","age":3})");
+  EXPECT_EQ(7, file["expires_in"].asInt());
+  EXPECT_EQ(200, status(file));
+  call("/pass-time", R"({"seconds":7})");
+  EXPECT_EQ(401, status(file));
+  call("/token-lifetime", R"({"seconds":3600,"client_id":"kivo-device"})");
+  const Json::Value next = tokens(R"({"email":"ann@example.com","serial":"S1"})");
+  call("/take-down", R"({"what":"account","status":500})");
+  EXPECT_EQ(500, status(next));
+  call("/bring-back", R"({})");
+  EXPECT_EQ(200, status(next));
+  call("/expire-tokens", R"({"client_id":"kivo-device"})");
+  EXPECT_EQ(401, status(next));
+  call("/revoke-tokens", R"({"family":1})");
+  const Exchange listing = sim.Control("GET", "/tokens");
+  const Json::Value families = Parse(listing.body)["families"];
+  ASSERT_EQ(2u, families.size());
+  EXPECT_TRUE(families[0]["revoked"].asBool());
+  EXPECT_FALSE(families[1]["revoked"].asBool());
+  EXPECT_EQ("S1", families[1]["serial"].asString());
+  for (const char* name : {"access_token", "refresh_token", "id_token"})
+    EXPECT_EQ(std::string::npos, listing.body.find(next[name].asString()));
+  call("/revoke-tokens", R"({"email":"ann@example.com"})");
+  EXPECT_TRUE(Parse(sim.Control("GET", "/tokens").body)["families"][1]["revoked"].asBool());
+  call("/clients", R"({"client_id":"pkg","redirect_uris":["https://account.kivo.example/x"]})");
+  EXPECT_EQ("openid offline_access profile email device.sn:S1",
+            tokens(R"({"user_id":"1001","client_id":"pkg","serial":"S1"})")["scope"].asString());
+}
+
 TEST(SimControl, CallsThatAreNotUnderstoodSaySo) {
   Sim sim;
   const struct {
@@ -208,7 +251,11 @@ TEST(SimControl, CallsThatAreNotUnderstoodSaySo) {
               {"POST", "/faults", R"({"path":"x","status":"1"})", 400, "\\\"status\\\" must be a number"},
               {"POST", "/faults", R"({"connection":"certificate","certificate":"worn"})", 400, "worn"},
               {"POST", "/revoke", R"({"email":"nobody"})", 400, "no such account"},
-              {"POST", "/revoke", R"({})", 400, "is missing"}};
+              {"POST", "/revoke", R"({})", 400, "is missing"},
+              {"POST", "/tokens", R"({"email":"nobody"})", 400, "no such account"},
+              {"POST", "/revoke-tokens", R"({"family":9})", 400, "no such family"},
+              {"POST", "/clients", R"({"client_id":"x","redirect_uris":"y"})", 400, "must be a list"},
+              {"POST", "/take-down", R"({"what":"identty"})", 400, "no host, family of hosts or path"}};
   for (const auto& row : rows) {
     const Exchange exchange = sim.Control(row.method, row.path, row.body);
     EXPECT_EQ(row.status, exchange.status) << row.error;

@@ -159,10 +159,14 @@ TEST_F(SimRequests, RefusalsOfASignInCarryTheirCodeAndNoComplaint) {
   EXPECT_THAT(cloud.Complaints(), IsEmpty());
 }
 
-TEST_F(SimRequests, LaunchTakesAnAccessTokenThatWasGranted) {
+TEST_F(SimRequests, LaunchTakesAnAccessTokenThatWasGrantedOrIssued) {
   EXPECT_EQ("badauth", Code("/good/user/launch", kLaunch));
   cloud.GrantAccessToken("at-1", "1001");
   EXPECT_THAT(Post(kHost + "/good/user/launch", kLaunch).body, HasSubstr("\"auth_key\":\"ak-1\",\"code\":\"good\""));
+  const std::string issued = Replaced(kLaunch, "at-1", cloud.IssueTokens("1001").accessToken);
+  EXPECT_EQ("good", Code("/good/user/launch", issued));
+  cloud.ExpireAccessTokens();
+  EXPECT_EQ("badauth", Code("/good/user/launch", issued));
   EXPECT_THAT(cloud.Complaints(), IsEmpty());
   EXPECT_EQ("badparam", Code("/good/user/launch", Replaced(kLaunch, "&language=enu", "")));
 }
