@@ -110,6 +110,8 @@ void DefineCommandLine(CLI::App& app, Invocation& call) {
       "Exit codes: 0 done, 1 failed, 2 usage, 3 not signed in, 4 refused, 5 network or server, 6 busy,\n"
       "7 permission, 8 device not provisioned, 9 already so, 130 interrupted.");
   AddLogin(app, call);
+  AddLogout(app, call);
+  AddToken(app, call);
   AddStatus(app, call);
   AddWhoami(app, call);
   AddIsSignedIn(app, call);

@@ -71,6 +71,10 @@ const char* NextByDefault(Doing doing) {
       return kNothingChanged;
     case Doing::kQuery:
       return "It keeps the stored profile, and asks again when that is a day old and somebody needs it.";
+    case Doing::kToken:
+      return "It keeps what it has, and tries again when the next program asks for a token.";
+    case Doing::kLogout:
+      return "Nothing; it stays signed in, and no file was removed.";
   }
   return kNothingChanged;
 }

@@ -11,12 +11,14 @@
 #include "device_files.h"
 #include "output.h"
 #include "text.h"
+#include "token_state.h"
 
 namespace kivotool {
 namespace {
 
 struct Status {
   AccountState account;
+  TokenState token;
   FileFacts record, jobFile;
   std::string jobLine;
   std::int64_t nextRun = 0;  // 0: not known
@@ -26,6 +28,7 @@ struct Status {
 Status Gather(std::int64_t now) {
   Status status;
   status.account = ReadAccountState();
+  status.token = ReadTokenState("lum");
   status.record = LookAt(kRecordPath);
   status.jobFile = LookAt(kJobPath);
   status.jobLine = ReadJobLine();
@@ -56,7 +59,7 @@ Json::Value JobJson(const Status& status) {
   return out;
 }
 
-void PrintJson(const Status& status) {
+void PrintJson(const Status& status, std::int64_t now) {
   const AccountState& account = status.account;
   const bool signedIn = account.signIn == SignIn::kSignedIn;
   Json::Value document = NewDocument();
@@ -66,6 +69,7 @@ void PrintJson(const Status& status) {
   document["user_id"] = TextOrNull(account.userId);
   document["activated"] = signedIn && account.lastQuery > 0 ? Json::Value(account.activated) : Json::Value();
   SetTime(document, "last_query", account.lastQuery);
+  document["token"] = TokenJson(status.token, now);
   document["record"] = RecordJson(status.record);
   document["job"] = JobJson(status);
   document["hosts"]["account"] = TextOrNull(status.accountHost);
@@ -95,6 +99,7 @@ void PrintText(const Status& status, std::int64_t now) {
   PrintField("User id", account.userId);
   PrintField("Activated", account.lastQuery > 0 ? std::string(account.activated ? "yes" : "no") : "");
   PrintField("Last query", Ago(account.lastQuery, now));
+  PrintField("Token", TokenText(status.token, now));
   PrintField("Record", RecordText(status.record));
   PrintField("Report job", JobText(status));
   PrintField("Next report", status.nextRun > 0 ? Rfc3339(status.nextRun) : "");
@@ -107,7 +112,7 @@ Exit RunStatus(bool json) {
   const std::int64_t now = std::time(nullptr);
   const Status status = WithRecord([now] { return Gather(now); });
   if (json)
-    PrintJson(status);
+    PrintJson(status, now);
   else
     PrintText(status, now);
   return kDone;

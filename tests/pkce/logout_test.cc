@@ -1,0 +1,123 @@
+// The sign-out: what it sends, what a refusal keeps, and that a local one leaves nothing.
+#include <gmock/gmock.h>
+#include <varnkivo/varnkivo.h>
+
+#include "token_bench.h"
+
+using namespace tokentest;
+using kivosim::Fault;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace {
+
+void LeaveTraces(TokenBench& bench) {
+  bench.SignIn(0);
+  bench.StoreTokens(0);
+  EXPECT_TRUE(VARNKIVOAccountRegisterCrond());
+  for (const char* name : {"/photos_token.json", "/lum,left_token.json"})
+    FakePlatform::Write(kPrivateFolder + std::string(name), "{}");
+}
+
+TEST(Logout, TellsTheAccountHostAndLeavesNothing) {
+  TokenBench bench;
+  LeaveTraces(bench);
+  VARNKIVOErrSet(KIVO_ERR_UNKNOWN);
+  EXPECT_EQ(0, VARNKIVOAccountLogout(true));
+  EXPECT_EQ(KIVO_ERR_SUCCESS, VARNKIVOErrGet());
+  const auto requests = bench.cloud.Requests(kLogoutPath);
+  ASSERT_EQ(1u, requests.size());
+  EXPECT_THAT(requests[0].body,
+              StartsWith("serial_no=2040VKN000001&auth_key=AuthKey%2B0123456789%2Fabcdef%3D%3D&access_token="));
+  EXPECT_THAT(requests[0].raw, testing::HasSubstr("\r\nX-Client-ID: kivo-device\r\n"));
+  EXPECT_THAT(bench.cloud->Complaints(), IsEmpty());
+  EXPECT_FALSE(IsThere(kRecord) || IsThere(kCronJob));
+  EXPECT_THAT(TokenFiles(), IsEmpty());
+  EXPECT_THAT(
+      bench.Steps({"VLIBCProcFork", "ConfigManager", "VARNLogSet1", "VLIBCExecl"}),
+      ElementsAre("ConfigManager::Save", "VLIBCProcFork", "ConfigManager::Remove", "VARNLogSet1", "VLIBCExecl"));
+  EXPECT_THAT(bench.device.Calls("VARNLogSet1("), ElementsAre("VARNLogSet1(2,1,329252866,,,,)"));
+  EXPECT_THAT(bench.device.Logs(), Contains("Logged out Varnholt Account: ann@example.com"));
+}
+
+TEST(Logout, ARefusalHasItsCodeAndKeepsEverything) {
+  const struct {
+    Fault fault;
+    int code;
+    std::string text;
+  } rows[] = {{Fault::Answer(400, "no"), KIVO_ERR_RESPONSE, "Failed to logout, code=400, resp=no"},
+              {Fault::Answer(200, "no"), KIVO_ERR_BAD_JSON, ""},
+              {Fault::Answer(200, "[]"), KIVO_ERR_BAD_JSON, "Failed to parse logout resp, code=200, resp=[]"},
+              {Fault::Answer(200, R"({"code":"badauth"})"), KIVO_ERR_AUTH, "Failed to logout with success code"},
+              {Fault::Answer(200, R"({"code":7})"), KIVO_ERR_UNKNOWN, "Failed to logout with success code"},
+              {Fault::ResetAfterRequest(), KIVO_ERR_RESPONSE, "Failed to logout, reqcode="}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    TokenBench bench;
+    LeaveTraces(bench);
+    const std::string record = FakePlatform::Read(kRecord);
+    bench.cloud->QueueFault(kLogoutPath, row.fault);
+    EXPECT_EQ(-1, VARNKIVOAccountLogout(true));
+    EXPECT_EQ(row.code, VARNKIVOErrGet());
+    EXPECT_THAT(bench.device.LastLog(), StartsWith("Failed to logout: " + row.text));
+    EXPECT_EQ(28, bench.device.Lines().back().line);
+    EXPECT_EQ(record, FakePlatform::Read(kRecord));
+    EXPECT_TRUE(IsThere(kCronJob));
+    EXPECT_THAT(TokenFiles(), testing::SizeIs(3));
+  }
+}
+
+TEST(Logout, LocallyItAsksNobodyAndGoesOnWhateverFails) {
+  for (const bool signedIn : {true, false}) {
+    TokenBench bench;
+    LeaveTraces(bench);
+    if (!signedIn) FakePlatform::Write(kRecord, "");
+    bench.device.FailNext("VLIBCProcFork");
+    bench.device.FailNext("ConfigManager::Remove", 1, 0);
+    bench.device.FailNext("VLIBCExecl");
+    EXPECT_EQ(0, VARNKIVOAccountLogout(false));
+    EXPECT_EQ(signedIn ? "Logged out Varnholt Account: ann@example.com" : "Logged out Varnholt Account",
+              bench.device.Logs()[0]);
+    EXPECT_EQ("account_pkce_service Failed to clear token files",
+              bench.device.LastLogSource() + " " + bench.device.LastLog());
+    EXPECT_EQ(1u, bench.device.Calls("VARNLogSet1(").size());
+    EXPECT_EQ(0, VARNKIVOAccountLogout(false));
+    EXPECT_FALSE(IsThere(kRecord) || IsThere(kCronJob));
+    EXPECT_THAT(TokenFiles(), IsEmpty());
+    EXPECT_EQ(0u, bench.cloud->Connections());
+  }
+}
+
+TEST(Logout, WithoutARecordNothingIsSentAndTheTokensGo) {
+  TokenBench bench;
+  bench.StoreTokens(0);
+  EXPECT_EQ(0, VARNKIVOAccountLogout(true));
+  EXPECT_EQ(0u, bench.cloud->Connections());
+  EXPECT_THAT(TokenFiles(), IsEmpty());
+}
+
+TEST(Logout, WithoutAnAccessTokenToSendItFailsAndKeepsEverything) {
+  TokenBench bench;
+  LeaveTraces(bench);
+  WriteTokenFile("{}");
+  EXPECT_EQ(-1, VARNKIVOAccountLogout(true));
+  EXPECT_EQ(KIVO_ERR_TOKEN, VARNKIVOErrGet());
+  EXPECT_TRUE(IsThere(kRecord) && IsThere(kTokenFile));
+  EXPECT_EQ(0u, bench.cloud->Connections());
+}
+
+TEST(Logout, AClientWithoutANameIsADash) {
+  TokenBench bench;
+  LeaveTraces(bench);
+  const std::string content = FakePlatform::Read(kLoginConfig);
+  Json::Value config = ParseJson(content);
+  config.removeMember("client_id");
+  FakePlatform::Write(kLoginConfig, JsonText(config));
+  VARNKIVOAccountLogout(true);
+  FakePlatform::Write(kLoginConfig, content);
+  EXPECT_THAT(bench.cloud.Requests(kLogoutPath).at(0).raw, testing::HasSubstr("\r\nX-Client-ID: -\r\n"));
+}
+
+}  // namespace

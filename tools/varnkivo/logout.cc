@@ -1,0 +1,96 @@
+// `logout`: signs the device out, with the account centre's knowledge or without. Being signed out already is no error:
+// what an interrupted sign-in may have left is cleared all the same.
+#include <varnkivo/varnkivo.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "account_state.h"
+#include "command_line.h"
+#include "confirm.h"
+#include "failure.h"
+#include "output.h"
+#include "spinner.h"
+#include "text.h"
+
+namespace kivotool {
+namespace {
+
+constexpr int kSeconds = 30 + 5 * 30;  // the lock, then up to four requests for a token and the sign-out itself
+
+struct LogoutOptions {
+  bool local = false, yes = false, strict = false, json = false;
+
+  std::string Again() const { return local ? "varnkivo logout --local" : "varnkivo logout"; }
+};
+
+std::string Who(const AccountState& state) { return state.email.empty() ? "user " + state.userId : state.email; }
+
+void Ask(const LogoutOptions& options, const AccountState& state) {
+  const std::string consequence =
+      options.local ? " The account centre will not be told and still counts this device as signed in." : "";
+  Confirm("This signs " + Who(state) + " out of this device; packages lose their tokens." + consequence, options.yes,
+          options.Again() + " --yes");
+}
+
+Failure LogoutFailure(int code, const LogoutOptions& options) {
+  Failure failure = Explain(code, {Situation::Doing::kLogout, options.Again(), "", ""});
+  if (!options.local && failure.exit == kUnreachable) failure.run = "varnkivo logout  (or, without it: --local)";
+  return failure;
+}
+
+void Print(const LogoutOptions& options, const AccountState& before, bool already) {
+  if (options.json) {
+    Json::Value document = NewDocument();
+    document["result"] = already ? "already_signed_out" : "signed_out";
+    document["email"] = TextOrNull(before.email);
+    document["told_account_centre"] = !already && !options.local;
+    PrintDocument(document);
+  } else if (already) {
+    std::fputs("varnkivo: Nobody was signed in.\n", stderr);
+  } else {
+    std::printf("Signed out %s\n", Printable(Who(before)).c_str());
+  }
+}
+
+Exit RunLogout(const LogoutOptions& options) {
+  const AccountState before = ReadAccountState();
+  const bool already = before.signIn == SignIn::kSignedOut;
+  if (already && options.strict)
+    throw Failure{kAlready, std::nullopt, "Nobody is signed in.", Retry::kNo, "Nothing.", "varnkivo status"};
+  if (!already) Ask(options, before);
+  int result = 0, code = 0;
+  {
+    const Spinner spinner("Signing out", kSeconds, !options.json && !options.local && !already);
+    result = VARNKIVOAccountLogout(!options.local && !already);
+    code = VARNKIVOErrGet();
+  }
+  if (result != 0) throw LogoutFailure(code, options);
+  if (ReadAccountState().signIn != SignIn::kSignedOut)
+    throw Failure{kFailed,
+                  std::nullopt,
+                  "The account record could not be removed (a plug-in that failed, or a read-only disk).",
+                  Retry::kPerhaps,
+                  "Nothing; the record is still there.",
+                  "grep varnkivo /var/log/syslog"};
+  Print(options, before, already);
+  return kDone;
+}
+
+}  // namespace
+
+void AddLogout(CLI::App& app, Invocation& call) {
+  auto options = std::make_shared<LogoutOptions>();
+  CLI::App* verb = AddVerb(app, call, "logout", "Sign this device out and forget the account",
+                           "varnkivo logout\n"
+                           "  varnkivo logout --local --yes   # without telling the account centre");
+  verb->add_flag("--local", options->local, "Only clear this device; the account centre is not told");
+  verb->add_flag("--yes", options->yes, "Do not ask");
+  verb->add_flag("--strict", options->strict, "End with 9 when nobody is signed in");
+  verb->callback([options, &call] {
+    options->json = call.json;
+    call.run = [options] { return RunLogout(*options); };
+  });
+}
+
+}  // namespace kivotool

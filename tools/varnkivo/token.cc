@@ -1,0 +1,123 @@
+// `token`: prints a valid token of this device, renewed where it has expired. The token goes to stdout and nowhere else.
+// A token is a secret: the formats exist so that scripts need not put it on a command line.
+#include <varnkivo/account_pkce_service.h>
+#include <varnkivo/kivo_exception.h>
+
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <typeinfo>
+
+#include "account_state.h"
+#include "command_line.h"
+#include "failure.h"
+#include "output.h"
+#include "spinner.h"
+#include "text.h"
+#include "token_state.h"
+
+namespace kivotool {
+namespace {
+
+constexpr char kDevice[] = "lum";
+constexpr int kSeconds = 30 + 4 * 30;  // the lock, then a renewal, a grant, its exchange and a sign-out
+
+struct TokenOptions {
+  std::string format = "token";
+  bool id = false;
+  long minValid = 0;
+};
+
+std::string Again(const TokenOptions& options) { return options.id ? "varnkivo token --id" : "varnkivo token"; }
+
+/// The sign-in may have ended in the middle: the library signs the device out when nothing can rescue the token.
+Failure TokenFailure(const varnkivo::KivoException& error, const TokenOptions& options, const AccountState& before) {
+  if (before.signIn == SignIn::kSignedIn && ReadAccountState().signIn != SignIn::kSignedIn) {
+    Failure failure = NotSignedInFailure();
+    failure.libraryCode = error.GetCode();
+    failure.cause = "The account centre no longer accepts this device: it has been signed out.";
+    return failure;
+  }
+  if (before.signIn != SignIn::kSignedIn && error.GetCode() == KIVO_ERR_TOKEN) {
+    Failure failure = NotSignedInFailure();
+    failure.libraryCode = error.GetCode();
+    return failure;
+  }
+  return Explain(error.GetCode(), {Situation::Doing::kToken, Again(options), error.what(), ""});
+}
+
+std::string Fetch(const TokenOptions& options, bool quiet) {
+  const AccountState before = ReadAccountState();
+  try {
+    const Spinner spinner("Asking for a token", kSeconds, !quiet);
+    const varnkivo::AccountPkceService service;
+    return options.id ? service.GetIdToken() : service.GetAccessToken();
+  } catch (const varnkivo::KivoException& error) {
+    throw TokenFailure(error, options, before);
+  } catch (const std::bad_cast&) {
+    throw Failure{kFailed,
+                  std::nullopt,
+                  "The stored token has no usable lifetime.",
+                  Retry::kNo,
+                  "Nothing; it cannot tell when to renew it.",
+                  "varnkivo logout --local"};
+  }
+}
+
+void RequireValidity(const TokenOptions& options, const TokenState& state, std::int64_t now) {
+  const std::int64_t left = state.expiresAt - now;
+  if (options.minValid <= 0 || left >= options.minValid) return;
+  throw Failure{kUnreachable,
+                std::nullopt,
+                "The token is valid for " + std::to_string(left) + " s only.",
+                Retry::kYes,
+                "It renews the token when that has expired, not before.",
+                "sleep " + std::to_string(left + 1) + "; " + Again(options)};
+}
+
+void Print(const TokenOptions& options, const std::string& token, const TokenState& state, std::int64_t now) {
+  const char* kind = options.id ? "id" : "access";
+  if (options.format == "json") {
+    Json::Value document = NewDocument();
+    document["kind"] = kind;
+    document["token"] = Utf8(token);
+    SetTime(document, "expires", state.expiresAt);
+    document["seconds_left"] = static_cast<Json::Int64>(state.expiresAt - now);
+    PrintDocument(document);
+  } else if (options.format == "env") {
+    std::printf("%s=%s\n", options.id ? "VARNKIVO_ID_TOKEN" : "VARNKIVO_ACCESS_TOKEN", ShellWord(token).c_str());
+  } else {
+    std::printf("%s%s\n", options.format == "header" ? "Authorization: Bearer " : "", token.c_str());
+  }
+}
+
+Exit RunToken(const TokenOptions& options) {
+  const std::string token = Fetch(options, options.format == "json");
+  const TokenState state = ReadTokenState(kDevice);
+  const std::int64_t now = std::time(nullptr);
+  RequireValidity(options, state, now);
+  Print(options, token, state, now);
+  return kDone;
+}
+
+}  // namespace
+
+void AddToken(CLI::App& app, Invocation& call) {
+  auto options = std::make_shared<TokenOptions>();
+  CLI::App* verb = AddVerb(app, call, "token", "Print a valid access token of this device, renewed where it has expired",
+                           "curl -H @<(varnkivo token --format header) https://account.kivo.example/...\n"
+                           "  eval \"$(varnkivo token --format env)\"\n"
+                           "  varnkivo token --min-valid 300 --json");
+  verb->add_option("--format", options->format, "token, json, env or header")
+      ->check(CLI::IsMember({"token", "json", "env", "header"}));
+  verb->add_flag("--id", options->id, "The id token instead of the access token");
+  verb->add_option("--min-valid", options->minValid, "End with 5 when fewer seconds are left")
+      ->check(CLI::NonNegativeNumber);
+  verb->callback([options, &call] {
+    if (call.json) options->format = "json";
+    call.json = options->format == "json";
+    call.run = [options] { return RunToken(*options); };
+  });
+}
+
+}  // namespace kivotool

@@ -1,0 +1,29 @@
+// What the token files say about a token without showing it: whether there is one, its age and its expiry.
+#pragma once
+
+#include <json/json.h>
+
+#include <cstdint>
+#include <string>
+
+namespace kivotool {
+
+struct TokenState {
+  bool known = true;  ///< false: this user may not see it, or it cannot be read as what it should be
+  bool exists = false;
+  std::int64_t createdAt = 0;  ///< seconds since the epoch; 0: not known
+  std::int64_t expiresAt = 0;  ///< the last second in which it is valid
+};
+
+/// The token file of `client` ("lum" is the device's own). Asks nobody.
+TokenState ReadTokenState(const std::string& client);
+std::string TokenPath(const std::string& client);
+
+/// "none", "valid", "expired" or "unknown".
+const char* TokenStateName(const TokenState& state, std::int64_t now);
+/// The state as the documents have it: "state", "created_*", "expires_*".
+Json::Value TokenJson(const TokenState& state, std::int64_t now);
+/// The state for people: "valid for 3540 s (issued 2026-...)".
+std::string TokenText(const TokenState& state, std::int64_t now);
+
+}  // namespace kivotool
