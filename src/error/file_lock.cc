@@ -21,17 +21,15 @@ namespace {
 
 constexpr const char* kSource = "file_lock";
 constexpr int kOpenFlags = O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
-constexpr mode_t kMode = 0666, kUmask = 011;
+constexpr mode_t kMode = 0666;  // for every user: 0777 less 0111
 
 int OpenOrCreate(const char* path) {
   int file = open(path, kOpenFlags);
   if (file >= 0 || errno != ENOENT) return file;
-  const mode_t previous = umask(kUmask);
   file = open(path, kOpenFlags | O_CREAT | O_EXCL, kMode);
-  const int error = errno;
-  umask(previous);
-  errno = error;
-  return file < 0 && error == EEXIST ? open(path, kOpenFlags) : file;  // somebody else was faster
+  if (file < 0) return errno == EEXIST ? open(path, kOpenFlags) : file;  // somebody else was faster
+  fchmod(file, kMode);  // whatever the umask, which is not changed: it belongs to all threads
+  return file;
 }
 
 /// Makes sure that `path` is a regular file that can be locked.
