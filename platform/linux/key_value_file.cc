@@ -16,6 +16,7 @@ namespace {
 bool ReadForUpdate(const std::string& path, std::string* content, FileOwner* owner) {
   struct stat status {};
   if (ReadFile(path, Links::kRefuse, content, &status)) {
+    if (status.st_nlink > 1) return Fail(VLIB_ERR_ACCESS) == 0;  // its content may be another file's secret
     *owner = {status.st_mode & 07777, status.st_uid, status.st_gid};
     return true;
   }
