@@ -1,12 +1,16 @@
 // Callers with signals, threads, few descriptors and much patience.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <json/value.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <varn/platform.h>
+#include <varnkivo/file_lock.h>
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
@@ -110,6 +114,75 @@ TEST(Children, RemovalsEndWhileOtherThreadsLog) {
               one.join();
               two.join();
               return std::to_string(wrong) + " hung";
+            }));
+}
+
+TEST(Threads, ASlotThatOthersWriteDecidesNothing) {
+  FreshCloud();
+  EXPECT_EQ("0 accepted", InChild([] {
+              std::atomic<bool> done{false};
+              std::thread other([&] {
+                while (!done) VARNKIVOErrSet(KIVO_ERR_SUCCESS);
+              });
+              int accepted = 0;
+              for (int i = 0; i < 200; ++i) {
+                Json::Value response;
+                accepted += VARNKIVOAccountLogin(kEmail, "wrong", response, true) == 0;
+              }
+              done = true;
+              other.join();
+              return std::to_string(accepted) + " accepted";
+            }));
+}
+
+TEST(Threads, RaisedIdsAndUmaskAreBackWhenAllAreDone) {
+  FreshCloud();
+  ASSERT_EQ("login 0 0", InChild(Login));
+  EXPECT_EQ("0 wrong, 1000,1000,0 1000,1000,0, 22", InChild([] {
+              umask(022);
+              if (setresgid(1000, 1000, 0) != 0 || setresuid(1000, 1000, 0) != 0) return std::string("ids not lowered");
+              std::atomic<int> wrong{0};
+              std::vector<std::thread> threads;
+              for (int t = 0; t < 8; ++t)
+                threads.emplace_back([&wrong, t] {
+                  for (int i = 0; i < 100; ++i) {
+                    wrong += varnkivo::User().GetEmail() != kEmail;
+                    const std::string path = "/tmp/lock" + std::to_string(t) + "-" + std::to_string(i);
+                    wrong += !varnkivo::FileLock(path).Lock(1);
+                  }
+                });
+              for (auto& thread : threads) thread.join();
+              uid_t u[3];
+              gid_t g[3];
+              getresuid(&u[0], &u[1], &u[2]);
+              getresgid(&g[0], &g[1], &g[2]);
+              char text[128];
+              std::snprintf(text, sizeof text, "%d wrong, %u,%u,%u %u,%u,%u, %o", wrong.load(), u[0], u[1], u[2], g[0],
+                            g[1], g[2], umask(0));
+              return std::string(text);
+            }));
+}
+
+TEST(Threads, AProgramThatForksWhileAnotherThreadStartsOneIsNotLeftWaiting) {
+  EXPECT_EQ("0 hung", InChild([] {
+              std::atomic<bool> done{false};
+              std::thread starter([&] {
+                while (!done) VLIBCExecl("/bin/true", 0, static_cast<const char*>(nullptr));
+              });
+              int hung = 0;
+              for (int i = 0; i < 20; ++i) {
+                const pid_t child = fork();
+                if (child == 0) {
+                  alarm(20);
+                  _exit(VLIBCExecl("/bin/true", 0, static_cast<const char*>(nullptr)));
+                }
+                int status = -1;
+                waitpid(child, &status, 0);
+                hung += status != 0;
+              }
+              done = true;
+              starter.join();
+              return std::to_string(hung) + " hung";
             }));
 }
 
