@@ -23,6 +23,9 @@ bool ReadForUpdate(const std::string& path, std::string* content, FileOwner* own
   if (errno != ENOENT) return false;
   content->clear();
   *owner = {0600, geteuid(), getegid()};
+  struct stat directory {};  // what root makes there belongs to whom the directory does
+  if (owner->uid == 0 && stat(DirectoryOf(path).c_str(), &directory) == 0)
+    *owner = {0600, directory.st_uid, directory.st_gid};
   return true;
 }
 
