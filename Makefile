@@ -2,6 +2,7 @@
 #
 #   make demo     a tour of the library against the simulated cloud, in a private view of this machine
 #   make test     builds everything and runs all tests; TESTS=REGEX runs those whose names match
+#   make faults   every fault at every place of each operation: five to ten minutes (`make test` tries a part)
 #   make bench    the benchmarks, with the build that ships
 #   make format   lays out the C and C++ files
 #   make clean    removes the build trees
@@ -15,7 +16,7 @@ BUILD = build/$(PRESET)
 privileged = $(shell [ "$$(id -u)" = 0 ] || sudo -n true 2>/dev/null && echo yes)$(VARNKIVO_SANDBOX)
 sources = git ls-files -z --cached --others --exclude-standard -- '*.h' '*.cc' '*.c' | xargs -0 -r clang-format
 
-.PHONY: build demo test bench format check-format clean
+.PHONY: build demo test faults bench format check-format clean
 
 build:
 	@scripts/bootstrap
@@ -28,6 +29,10 @@ demo: build
 test: build
 	@$(if $(privileged),:,echo 'make test needs root, or sudo without a password: owners and ids are tested for real' >&2; exit 1)
 	@ctest --test-dir $(BUILD) -j $(JOBS) -R '$(TESTS)' --no-tests=error --output-on-failure
+
+faults: build
+	@for part in 1 2; do scripts/sandbox $(BUILD)/tests/faults/varnkivo-faults --sample $$part/2 $(FAULTS) & ids="$$ids $$!"; done; \
+	bad=0; for id in $$ids; do wait $$id || bad=1; done; exit $$bad
 
 bench: PRESET = release
 bench: TARGET = varnkivo-bench

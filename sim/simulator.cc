@@ -95,6 +95,13 @@ bool Simulator::RevokeFamily(std::uint64_t number) {
 }
 std::vector<TokenFamily> Simulator::TokenFamilies() const { return impl_->service.state.OAuth().Families(); }
 TokenCounts Simulator::TokenRequests() const { return impl_->service.state.OAuth().Counts(); }
+std::string Simulator::IssueCode(const std::string& emailOrUserId, const std::string& clientId,
+                                 const std::string& serial, const std::string& redirectUri,
+                                 const std::string& challenge) {
+  CloudState& state = impl_->service.state;
+  return state.OAuth().IssueCode({GranteeFor(state, emailOrUserId, clientId, serial), redirectUri, challenge});
+}
+
 TokenSet Simulator::IssueTokens(const std::string& emailOrUserId, const std::string& clientId,
                                 const std::string& serial, std::chrono::seconds age) {
   return MakeTokenSet(impl_->service.state, emailOrUserId, clientId, serial, age);

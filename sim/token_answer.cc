@@ -38,17 +38,24 @@ Json::Value TokenAnswer(const Tokens& tokens, const Account& account, const Toke
   return answer;
 }
 
-TokenSet MakeTokenSet(CloudState& state, const std::string& emailOrUserId, const std::string& clientId,
-                      const std::string& serial, std::chrono::seconds age) {
+Grantee GranteeFor(const CloudState& state, const std::string& emailOrUserId, const std::string& clientId,
+                   const std::string& serial) {
   const std::optional<Account> account = state.Find(emailOrUserId);
   if (!account) throw std::runtime_error("no such account");
   if (!state.OAuth().Client(clientId)) throw std::runtime_error("no such client");
   const std::string scope = "openid offline_access profile email" + (serial.empty() ? "" : " device.sn:" + serial);
-  const Tokens tokens = state.OAuth().Issue({account->userId, clientId, serial, scope}, age);
+  return {account->userId, clientId, serial, scope};
+}
+
+TokenSet MakeTokenSet(CloudState& state, const std::string& emailOrUserId, const std::string& clientId,
+                      const std::string& serial, std::chrono::seconds age) {
+  const Grantee to = GranteeFor(state, emailOrUserId, clientId, serial);
+  const std::optional<Account> account = state.Find(to.userId);
+  const Tokens tokens = state.OAuth().Issue(to, age);
   const std::int64_t createdAt = WallClock() - age.count();
   Json::Value file = TokenAnswer(tokens, *account, state.Signer(), "identity.kivo.example", createdAt);
   file["created_at"] = Json::Int64{createdAt};
-  return {tokens.accessToken, file["id_token"].asString(), tokens.refreshToken, scope, tokens.expiresIn, createdAt,
+  return {tokens.accessToken, file["id_token"].asString(), tokens.refreshToken, to.scope, tokens.expiresIn, createdAt,
           JsonText(file)};
 }
 

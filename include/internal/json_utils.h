@@ -9,8 +9,8 @@
 
 namespace varnkivo {
 
-/// Parses `text` (comments collected) into `out`. False where it is not JSON, nesting over 1000 levels included; `out`
-/// then holds what was read before the fault.
+/// Parses `text` (comments collected) into `out`. False where it is not JSON, has more than 1000 levels or 250,000
+/// commas; `out` then holds what was read before the fault.
 bool ParseJson(const std::string& text, Json::Value& out);
 
 /// The value that `text` holds. Where it is not JSON: logs it and throws KivoException 2.

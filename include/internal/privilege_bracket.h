@@ -26,6 +26,16 @@ class PrivilegeBracket {
   bool SetGid(gid_t gid) const;
   bool Restore() const;
 
+  /// The ids belong to all threads of the process: a second bracket waits, or it would take the raised ids for its own.
+  class Turn {
+   public:
+    Turn();
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    ~Turn();
+  };
+
+  Turn turn_;  // first: taken before the ids are read, given back after they are restored
   Site site_;
   uid_t uid_;
   gid_t gid_;

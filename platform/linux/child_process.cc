@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <pthread.h>
+
 #include <cerrno>
 #include <csignal>
 
@@ -19,8 +21,20 @@ namespace {
 
 constexpr int kReportFd = 3;  // in the child, until exec closes it
 
+std::mutex gTurn;
+thread_local bool tHasTurn = false;  // a fork of our own, which has the turn already
+
+void TakeTurn() {
+  if (!tHasTurn) gTurn.lock();
+}
+
+void EndTurn() {
+  if (!tHasTurn) gTurn.unlock();
+}
+
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
   pointers.push_back(nullptr);
   return pointers;
@@ -103,7 +117,7 @@ pid_t StartChild(const Child& child) {
   if (child.environment) given = Pointers(*child.environment);
   char* const* environment = child.environment ? given.data() : environ;
 
-  const std::lock_guard<std::mutex> alone(ForkMutex());
+  const ForkTurn turn;
   int ends[2];
   if (!MakePipe(ends)) return -1;
   const UniqueFd reader(ends[0]);
@@ -143,9 +157,16 @@ std::vector<std::string> ArgumentTexts(const char* first, va_list rest) {
   return texts;
 }
 
-std::mutex& ForkMutex() {
-  static std::mutex mutex;
-  return mutex;
+ForkTurn::ForkTurn() {
+  static std::once_flag once;
+  std::call_once(once, [] { pthread_atfork(TakeTurn, EndTurn, EndTurn); });
+  gTurn.lock();
+  tHasTurn = true;
+}
+
+ForkTurn::~ForkTurn() {
+  tHasTurn = false;
+  gTurn.unlock();
 }
 
 bool MakePipe(int ends[2]) {

@@ -32,8 +32,15 @@ int ExitStatus(int status);
 /// The rest of a call's arguments, up to the null.
 std::vector<std::string> ArgumentTexts(const char* first, va_list rest);
 
-/// Held around every fork of this library, so that no child ends up with another one's pipe.
-std::mutex& ForkMutex();
+/// Held around every fork of this library, so that no child ends up with another one's pipe. Forks of the program
+/// itself take their turn too: a child that was made in the middle would find it taken for ever.
+class ForkTurn {
+ public:
+  ForkTurn();
+  ForkTurn(const ForkTurn&) = delete;
+  ForkTurn& operator=(const ForkTurn&) = delete;
+  ~ForkTurn();
+};
 
 /// A pipe, close-on-exec, both ends above 2 even where the caller has closed its standard descriptors.
 bool MakePipe(int ends[2]);

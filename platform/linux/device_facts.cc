@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
@@ -22,13 +23,18 @@ namespace {
 const char* const kHostConf = "/usr/varn/etc/host.conf";
 const char* const kInterfaces = "/sys/class/net/";
 
-std::string ConfiguredFact(const char* key) {
+/// The fact that is set in the file, else what `own` finds. Empty where the file is there and cannot be read: a device
+/// must not become another one for the length of a bad read.
+template <class Own>
+std::string Fact(const char* key, Own own) {
   std::string content;
-  return ReadFile(kHostConf, Links::kFollow, &content) ? FindValue(content, key).value_or("") : "";
+  if (!ReadFile(kHostConf, Links::kFollow, &content)) return errno == ENOENT ? own() : std::string();
+  std::string configured = FindValue(content, key).value_or("");
+  return configured.empty() ? own() : configured;
 }
 
 std::string MachineSerial() {
-  const std::string id = FirstLine("/etc/machine-id");
+  std::string id = FirstLine("/etc/machine-id");
   if (id.empty() || id == "uninitialized") {
     Fail(VLIB_ERR_NO_SERIAL);
     return {};
@@ -36,10 +42,8 @@ std::string MachineSerial() {
   return id;
 }
 
-std::string OriginalSerialNumber() {
-  const std::string serial = ConfiguredFact("original_serial");
-  return serial.empty() ? SerialNumber() : serial;  // a device whose serial was never changed
-}
+/// Where none is set: that of a device whose serial was never changed.
+std::string OriginalSerialNumber() { return Fact("original_serial", SerialNumber); }
 
 bool IsPhysicalEthernet(const std::string& interface) {
   return access((interface + "/device").c_str(), F_OK) == 0 && FirstLine(interface + "/type") == "1";
@@ -64,9 +68,7 @@ std::string PhysicalMac() {
   return best;
 }
 
-std::string ProductVersion() {
-  const std::string configured = ConfiguredFact("product_version");
-  if (!configured.empty()) return configured;
+std::string SystemVersion() {
   std::string release;
   if (!ReadFile("/etc/os-release", Links::kFollow, &release)) return "0";
   return FindValue(release, "VERSION_ID").value_or("0");
@@ -85,7 +87,7 @@ std::string Token(std::string text) {
 std::string UserAgent(const char* product) {
   utsname machine{};
   const char* architecture = uname(&machine) == 0 ? machine.machine : "unknown";
-  return Token(product) + "/" + Token(ProductVersion()) + " (Lum; " + Token(architecture) + ")";
+  return Token(product) + "/" + Token(Fact("product_version", SystemVersion)) + " (Lum; " + Token(architecture) + ")";
 }
 
 /// Gives a fact to the caller; an empty one fails with `missing`.
@@ -103,10 +105,7 @@ int Give(char* buffer, int size, unsigned int missing, Fact fact) {
 
 }  // namespace
 
-std::string SerialNumber() {
-  const std::string serial = ConfiguredFact("serial");
-  return serial.empty() ? MachineSerial() : serial;
-}
+std::string SerialNumber() { return Fact("serial", MachineSerial); }
 
 std::string FirstLine(const std::string& path) {
   std::string content;
@@ -126,10 +125,7 @@ int VLIBGetOriginalSerialNumber(char* serial, int size) {
 }
 
 int VARNLuinfoCloudServiceGetMacAddress(char* mac, int size) {
-  return Give(mac, size, VLIB_ERR_NO_INTERFACE, [] {
-    const std::string configured = ConfiguredFact("mac");
-    return configured.empty() ? PhysicalMac() : configured;
-  });
+  return Give(mac, size, VLIB_ERR_NO_INTERFACE, [] { return Fact("mac", PhysicalMac); });
 }
 
 int VLIBLuinfoUserAgentGet(const char* product, char* agent, int size) {

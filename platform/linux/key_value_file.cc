@@ -16,12 +16,16 @@ namespace {
 bool ReadForUpdate(const std::string& path, std::string* content, FileOwner* owner) {
   struct stat status {};
   if (ReadFile(path, Links::kRefuse, content, &status)) {
+    if (status.st_nlink > 1) return Fail(VLIB_ERR_ACCESS) == 0;  // its content may be another file's secret
     *owner = {status.st_mode & 07777, status.st_uid, status.st_gid};
     return true;
   }
   if (errno != ENOENT) return false;
   content->clear();
   *owner = {0600, geteuid(), getegid()};
+  struct stat directory {};  // what root makes there belongs to whom the directory does
+  if (owner->uid == 0 && stat(DirectoryOf(path).c_str(), &directory) == 0)
+    *owner = {0600, directory.st_uid, directory.st_gid};
   return true;
 }
 

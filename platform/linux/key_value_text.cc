@@ -178,7 +178,7 @@ std::optional<std::string> FindValue(std::string_view content, std::string_view 
 std::optional<std::string> PrintLine(std::string_view key, std::string_view value, std::string_view format) {
   if (!IsKey(key)) return std::nullopt;
   for (const bool blanksAtEnds : {false, true}) {  // an unquoted value cannot have a bare blank at an end
-    const auto line = Fill(format, key, Encode(value, blanksAtEnds));
+    auto line = Fill(format, key, Encode(value, blanksAtEnds));
     if (line && FindValue(*line, key) == value) return line;
   }
   return std::nullopt;

@@ -85,6 +85,7 @@ int WaitWithTimeout(pid_t pid) {
   for (;;) {
     const pid_t ended = waitpid(pid, &status, WNOHANG);
     if (ended == pid) return ExitStatus(status);
+    if (ended < 0 && errno == ECHILD) return 0;  // the caller's kernel or another thread has its status: not a failure
     if (ended < 0 && errno != EINTR) return FailErrno(VLIB_ERR_SYSTEM);
     if (NowMs() >= deadline) break;
     nanosleep(&pause, nullptr);

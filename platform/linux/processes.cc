@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kRaiseIds = 1;
 
-/// Open pipes, under ForkMutex(): a forked child must find that mutex free, and it finds this one so.
+/// Open pipes, under ForkTurn, so that a forked child finds them whole.
 std::map<FILE*, pid_t>& OpenPipes() {
   static auto* const pipes = new std::map<FILE*, pid_t>;  // never destroyed: pipes may be closed at exit
   return *pipes;
@@ -49,13 +49,13 @@ FILE* OpenPipe(const char* program, bool reading, std::vector<std::string> argum
     fclose(stream);
     return nullptr;
   }
-  const std::lock_guard<std::mutex> alone(ForkMutex());
+  const ForkTurn turn;
   OpenPipes()[stream] = pid;
   return stream;
 }
 
 pid_t ForgetPipe(FILE* stream) {
-  const std::lock_guard<std::mutex> alone(ForkMutex());
+  const ForkTurn turn;
   const auto found = OpenPipes().find(stream);
   if (found == OpenPipes().end()) return -1;
   const pid_t pid = found->second;
@@ -69,7 +69,6 @@ pid_t ForgetPipe(FILE* stream) {
 using namespace varnplatform;
 
 pid_t VLIBCProcFork(void) {
-  const std::lock_guard<std::mutex> alone(ForkMutex());  // released on both sides
   const pid_t pid = fork();
   return pid < 0 ? FailErrno(VLIB_ERR_FORK) : pid;
 }

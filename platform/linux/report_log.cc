@@ -4,6 +4,7 @@
 #include "report_log.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -54,7 +55,7 @@ bool PrepareNewFile(int fd) {
 }
 
 UniqueFd OpenForAppending(const std::string& path) {
-  constexpr int kFlags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  constexpr int kFlags = O_RDWR | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
   UniqueFd fd = OpenFile(path, kFlags);
   if (fd || errno != ENOENT) return fd;
   MakeDirectories(DirectoryOf(path));
@@ -69,11 +70,17 @@ bool AppendLine(const std::string& path, const std::string& line) {
   struct stat status {};
   if (!fd || fstat(fd.Get(), &status) != 0) return FailErrno(VLIB_ERR_OPEN) == 0;
   if (!S_ISREG(status.st_mode)) return Fail(VLIB_ERR_NOT_REGULAR) == 0;
+  while (flock(fd.Get(), LOCK_EX) != 0 && errno == EINTR) {
+  }
+  if (fstat(fd.Get(), &status) != 0) return FailErrno(VLIB_ERR_OPEN) == 0;
+  char last = '\n';  // what a full disk has cut short must not take this line with it
+  const bool torn = status.st_size > 0 && pread(fd.Get(), &last, 1, status.st_size - 1) == 1 && last != '\n';
+  const std::string text = torn ? "\n" + line : line;
   ssize_t written;
   do {
-    written = write(fd.Get(), line.data(), line.size());
+    written = write(fd.Get(), text.data(), text.size());
   } while (written < 0 && errno == EINTR);
-  return written == static_cast<ssize_t>(line.size()) || FailErrno(VLIB_ERR_WRITE) == 0;
+  return written == static_cast<ssize_t>(text.size()) || FailErrno(VLIB_ERR_WRITE) == 0;
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ void LetGoOfDescriptors(int keep) {
   if (!directory || nothing < 0) return;
   const int own = dirfd(directory.get());
   while (const dirent* entry = readdir(directory.get())) {
-    const int file = std::atoi(entry->d_name);  // "." and ".." give 0
+    const auto file = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));  // "." and ".." give 0
     if (file > 2 && file != keep && file != own && file != nothing) dup3(nothing, file, O_CLOEXEC);
   }
   close(nothing);

@@ -39,20 +39,25 @@ const char* SendAndParse(const Operation& op, Request& request, Json::Value& rep
   return body;
 }
 
-/// Sends the login; an API key that the server does not know is replaced and the login sent once more. Returns the last
-/// body; whether the server agreed is in the slot.
-const char* Exchange(const Operation& op, Request& request, Json::Value& reply) {
+/// The server's last word. Its code is in the slot too, but another thread may have changed that since.
+struct Verdict {
+  const char* body;
+  int code;
+};
+
+/// Sends the login; an API key that the server does not know is replaced and the login sent once more.
+Verdict Exchange(const Operation& op, Request& request, Json::Value& reply) {
   const char* body = SendAndParse(op, request, reply);
   if (!HasMember(reply, "code")) op.Stop(KIVO_ERR_RESPONSE, "bad response, no code");
-  MapLibKivoCenterErrorCode(StringOrNull(reply, "code"));
-  if (VARNKIVOErrGet() == KIVO_ERR_APIKEY_NOT_FOUND) {
+  int code = MapLibKivoCenterErrorCode(StringOrNull(reply, "code"));
+  if (code == KIVO_ERR_APIKEY_NOT_FOUND) {
     request.Set("api_key", RegisterApiKey(op));
     body = SendAndParse(op, request, reply);
-    MapLibKivoCenterErrorCode(StringOrNull(reply, "code"));
-  } else if (VARNKIVOErrGet() == KIVO_ERR_APIKEY_EXPIRED) {
+    code = MapLibKivoCenterErrorCode(StringOrNull(reply, "code"));
+  } else if (code == KIVO_ERR_APIKEY_EXPIRED) {
     VARNCloudServiceActionHandler(kHandleExpiredKey);
   }
-  return body;
+  return {body, code};
 }
 
 Identity IdentityFromReply(const Operation& op, const Json::Value& reply) {
@@ -111,9 +116,9 @@ int VARNKIVOAccountLogin(const char* email, const char* password, Json::Value& r
         .Set("serial_no", serial)
         .Set("api_key", apiKey)
         .Set("mac", mac);
-    const char* body = Exchange(op, request, response);
-    if (VARNKIVOErrGet() != KIVO_ERR_SUCCESS)
-      op.Stop(kKeepCode, "Failed to login %s, resp=%s", Redact(email).c_str(), Redact(body).c_str());
+    const Verdict verdict = Exchange(op, request, response);
+    if (verdict.code != KIVO_ERR_SUCCESS)
+      op.Stop(kKeepCode, "Failed to login %s, resp=%s", Redact(email).c_str(), Redact(verdict.body).c_str());
     if (verifyOnly) return 0;
     StoreIdentity(op, IdentityFromReply(op, response));
     RegisterReportJob(op);
@@ -169,8 +174,8 @@ int VARNKIVOAccountOauthLogin(Json::Value& response, const char* accessToken) {
         .Set("api_key", apiKey)
         .Set("mac", mac)
         .Set("serial_no", serial);
-    const char* body = Exchange(op, request, response);
-    if (VARNKIVOErrGet() != KIVO_ERR_SUCCESS) op.Stop(kKeepCode, "Failed to login, resp=%s", Redact(body).c_str());
+    const Verdict verdict = Exchange(op, request, response);
+    if (verdict.code != KIVO_ERR_SUCCESS) op.Stop(kKeepCode, "Failed to login, resp=%s", Redact(verdict.body).c_str());
     const Identity identity = IdentityFromReply(op, response);
     StoreIdentity(op, identity);
     RegisterReportJob(op);

@@ -157,10 +157,10 @@ void Refresh(const Operation& op, const _tag_kivo_INFO_& account, bool quick) {
     throw Stopped{};
   }
   CheckMembers(op, answer);
-  MapLibKivoCenterErrorCode(StringOrNull(answer, "code"));
-  if (VARNKIVOErrGet() != KIVO_ERR_SUCCESS)
+  const int code = MapLibKivoCenterErrorCode(StringOrNull(answer, "code"));
+  if (code != KIVO_ERR_SUCCESS)
     op.Stop(kKeepCode, "Failed to query %s, resp=%s, code=%u", Redact(account.userId).c_str(), Redact(body).c_str(),
-            static_cast<unsigned int>(VARNKIVOErrGet()));
+            static_cast<unsigned int>(code));
   Store(Convert(op, answer), time(nullptr));
 }
 

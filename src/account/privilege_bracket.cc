@@ -4,15 +4,28 @@
 
 #include "internal/account_files.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 
 namespace varnkivo {
 namespace {
 
 constexpr int kKeep = -1;  // leaves a real or saved id as it is
+
+std::mutex gTurn;
+thread_local int tDepth = 0;  // brackets of this thread, one inside the other
+
+void LockOutermost() {
+  if (tDepth == 0) gTurn.lock();
+}
+
+void UnlockOutermost() {
+  if (tDepth == 0) gTurn.unlock();
+}
 
 void LogSwitch(bool done, Site site, const char* call, unsigned int id) {
   if (done) {
@@ -24,6 +37,18 @@ void LogSwitch(bool done, Site site, const char* call, unsigned int id) {
 }
 
 }  // namespace
+
+PrivilegeBracket::Turn::Turn() {
+  static std::once_flag once;
+  std::call_once(once, [] { pthread_atfork(LockOutermost, UnlockOutermost, UnlockOutermost); });
+  LockOutermost();
+  ++tDepth;
+}
+
+PrivilegeBracket::Turn::~Turn() {
+  --tDepth;
+  UnlockOutermost();
+}
 
 PrivilegeBracket::PrivilegeBracket(Site site) : site_(site), uid_(geteuid()), gid_(getegid()) {
   entered_ = uid_ == 0 || uid_ == kAccountUid;

@@ -38,11 +38,12 @@ std::string LoggedValue(const char* key, const std::string& value) {
   return Redact(value);
 }
 
-/// The record's descriptor, or -1 with errno: by descriptor because a path could be made to lead elsewhere meanwhile.
+/// The record's descriptor, or -1 with errno: by descriptor because a path could be made to lead elsewhere meanwhile,
+/// and with one name only, because a second one may make it somebody else's file.
 int OpenRecord() {
   const int file = open(kRecordFile, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
   struct stat facts = {};
-  if (file < 0 || (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode))) return file;
+  if (file < 0 || (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_nlink == 1)) return file;
   close(file);
   errno = EINVAL;
   return -1;

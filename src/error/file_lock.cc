@@ -21,17 +21,36 @@ namespace {
 
 constexpr const char* kSource = "file_lock";
 constexpr int kOpenFlags = O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
-constexpr mode_t kMode = 0666, kUmask = 011;
+constexpr mode_t kMode = 0666;  // for every user: 0777 less 0111
+
+/// For a file system without unnamed files, and a process that does not get at its /proc.
+int CreateNamed(const char* path) {
+  const int file = open(path, kOpenFlags | O_CREAT | O_EXCL, kMode);
+  if (file >= 0) fchmod(file, kMode);
+  return file;
+}
+
+/// Makes the file with its mode whatever the umask, which is not touched: it belongs to all threads. The name comes
+/// last, because a file that other users may not lock would keep them out for ever.
+int Create(const char* path) {
+  const std::string text = path, folder = text.substr(0, text.rfind('/') + 1);
+  const int file = open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kMode);
+  if (file < 0) return errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL ? CreateNamed(path) : -1;
+  const std::string unnamed = "/proc/self/fd/" + std::to_string(file);
+  if (fchmod(file, kMode) == 0 && linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path, AT_SYMLINK_FOLLOW) == 0)
+    return file;
+  const int error = errno;
+  close(file);
+  if (error != EEXIST) return CreateNamed(path);
+  errno = error;
+  return -1;
+}
 
 int OpenOrCreate(const char* path) {
   int file = open(path, kOpenFlags);
   if (file >= 0 || errno != ENOENT) return file;
-  const mode_t previous = umask(kUmask);
-  file = open(path, kOpenFlags | O_CREAT | O_EXCL, kMode);
-  const int error = errno;
-  umask(previous);
-  errno = error;
-  return file < 0 && error == EEXIST ? open(path, kOpenFlags) : file;  // somebody else was faster
+  file = Create(path);
+  return file < 0 && errno == EEXIST ? open(path, kOpenFlags) : file;  // somebody else was faster
 }
 
 /// Makes sure that `path` is a regular file that can be locked.

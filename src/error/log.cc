@@ -35,7 +35,8 @@ void LogLine(int priority, Site site, const char* format, va_list arguments) {
   Record record;
   record.priority = priority;
   const int prefix = std::snprintf(record.text, sizeof record.text, "%s:%d ", site.source, site.line);
-  const std::size_t used = prefix > 0 && static_cast<std::size_t>(prefix) < sizeof record.text ? prefix : 0;
+  const std::size_t used =
+      prefix > 0 && static_cast<std::size_t>(prefix) < sizeof record.text ? static_cast<std::size_t>(prefix) : 0;
   errno = savedErrno;
   std::vsnprintf(record.text + used, sizeof record.text - used, format, arguments);
   const int socket = gLogSocket.load(std::memory_order_relaxed);

@@ -36,11 +36,11 @@ std::size_t SkipAny(std::string_view text, std::size_t at, std::string_view set)
 
 /// End of a quoted value that begins at `at`: the first closing quote that is not itself escaped. `quoting` backslashes
 /// stand before the quotes themselves where the JSON lies inside a JSON string.
-std::size_t QuotedEnd(std::string_view text, std::size_t at, std::size_t quoting) {
+std::size_t QuotedEnd(std::string_view text, std::size_t at, std::size_t quoting, char quote = '"') {
   for (std::size_t backslashes = 0; at < text.size(); ++at) {
     if (text[at] == '\\') {
       ++backslashes;
-    } else if (text[at] == '"' && backslashes == quoting) {
+    } else if (text[at] == quote && backslashes == quoting) {
       return at - quoting;
     } else {
       backslashes = 0;
@@ -68,19 +68,24 @@ struct Value {
   bool nested;
 };
 
-/// The value that belongs to a name ending at `at`, after `"` and `:` as in JSON or `=` as in a form.
+/// Where the `=`, `:`, %3D or %3A at `at` ends; `at` where there is none.
+std::size_t SeparatorEnd(std::string_view text, std::size_t at) {
+  if (at < text.size() && (text[at] == '=' || text[at] == ':')) return at + 1;
+  for (const std::string_view escaped : {"%3D", "%3d", "%3A", "%3a"})
+    if (text.substr(at, escaped.size()) == escaped) return at + escaped.size();
+  return at;
+}
+
+/// The value that belongs to a name ending at `at`: after `"` and `:` as in JSON, `=` as in a form or a file.
 Value FindValue(std::string_view text, std::size_t at) {
-  if (at < text.size() && text[at] == '=') {
-    const std::size_t end = text.find_first_of("& \t\r\n\"<>", at + 1);
-    return {at + 1, end == std::string_view::npos ? text.size() : end, false};
-  }
-  std::size_t colon = SkipAny(text, at, "\\\" \t\r\n");
-  if (colon >= text.size() || text[colon] != ':') return {at, at, false};
-  std::size_t begin = SkipAny(text, colon + 1, " \t\r\n");
-  const std::size_t quote = SkipAny(text, begin, "\\");
-  if (quote < text.size() && text[quote] == '"') return {quote + 1, QuotedEnd(text, quote + 1, quote - begin), false};
+  const std::size_t separator = SkipAny(text, at, "\\\"' \t\r\n"), after = SeparatorEnd(text, separator);
+  if (after == separator) return {at, at, false};
+  const std::size_t begin = SkipAny(text, after, " \t\r\n"), quote = SkipAny(text, begin, "\\");
+  if (quote < text.size() && (text[quote] == '"' || text[quote] == '\''))
+    return {quote + 1, QuotedEnd(text, quote + 1, quote - begin, text[quote]), false};
   if (begin < text.size() && (text[begin] == '[' || text[begin] == '{')) return {begin, NestedEnd(text, begin), true};
-  const std::size_t end = text.find_first_of(",}] \t\r\n", begin);
+  const bool json = text[after - 1] == ':';
+  const std::size_t end = text.find_first_of(json ? ",}] \t\r\n" : "& \t\r\n\"'<>", begin);
   return {begin, end == std::string_view::npos ? text.size() : end, false};
 }
 

@@ -90,7 +90,12 @@ WebAnswer WebPost(const std::string& url, const Pairs& headers, const Pairs& for
   return Exchange(url, headers, [&](cpr::Session& session) {
     cpr::Payload payload{};
     for (const auto& [name, value] : form) payload.Add(cpr::Pair(name, value));
-    if (!form.empty()) session.SetPayload(std::move(payload));
+    if (!form.empty()) {
+      session.SetPayload(std::move(payload));
+    } else {  // what the session leaves of an earlier form is a wrong length
+      curl_easy_setopt(session.GetCurlHolder()->handle, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{0});
+      curl_easy_setopt(session.GetCurlHolder()->handle, CURLOPT_COPYPOSTFIELDS, "");
+    }
     return session.Post();
   });
 }

@@ -18,6 +18,7 @@ class BodyChunk {
 
   /// Null when nothing was received.
   const char* Text() const { return text_; }
+  std::size_t Size() const { return size_; }
   void Drop() {
     std::free(text_);
     text_ = nullptr;

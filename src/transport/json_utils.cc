@@ -7,9 +7,17 @@
 #include "internal/redact.h"
 #include "kivo_exception.h"
 
+#include <algorithm>
+
 namespace varnkivo {
+namespace {
+
+constexpr std::ptrdiff_t kMostValues = 250'000;  // each takes some 100 bytes once parsed, whatever it took as text
+
+}  // namespace
 
 bool ParseJson(const std::string& text, Json::Value& out) {
+  if (std::count(text.begin(), text.end(), ',') > kMostValues) return false;
 // Json::Reader rather than its successor: it refuses a byte order mark and trailing commas.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"

@@ -21,8 +21,8 @@ int VARNKIVOHandleApiKeyError(Json::Value& result, const char* error) {
       VARNKIVOErrSet(KIVO_ERR_BAD_PARAM);
       return -1;
     }
-    MapLibKivoCenterErrorCode(error);
-    if (VARNKIVOErrGet() == KIVO_ERR_APIKEY_NOT_FOUND) {
+    const int code = MapLibKivoCenterErrorCode(error);
+    if (code == KIVO_ERR_APIKEY_NOT_FOUND) {
       LogError(kSource, "ApiKey not found. Register new one.");
       char key[VARN_CLOUD_API_KEY_SIZE] = {};
       if (VARNCloudServiceRegisterApiKey(key) < 0) {
@@ -33,11 +33,11 @@ int VARNKIVOHandleApiKeyError(Json::Value& result, const char* error) {
       result["api_key"] = key;
       return 0;
     }
-    if (VARNKIVOErrGet() == KIVO_ERR_APIKEY_EXPIRED) {
+    if (code == KIVO_ERR_APIKEY_EXPIRED) {
       VARNCloudServiceActionHandler(2);
       return -1;
     }
-    LogError(kSource, "VARNKIVOHandleApiKeyError failed, error=%u", static_cast<unsigned int>(VARNKIVOErrGet()));
+    LogError(kSource, "VARNKIVOHandleApiKeyError failed, error=%u", static_cast<unsigned int>(code));
     return -1;
   });
 }

@@ -1,4 +1,4 @@
-// Sends a legacy request over HTTPS and hands back status and body. Touches the slot on failure; keeps nothing open.
+// Sends a legacy request over HTTPS and hands back status and body. Touches the slot on failure; keeps no connection.
 // Status 200 and 400 are answers; everything else, and whatever did not arrive whole, is a failure with code 4.
 #include "body_chunk.h"
 #include "internal/guard.h"
@@ -16,9 +16,11 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -31,7 +33,7 @@ constexpr long kMostRedirects = 5;
 constexpr long kLowSpeedBytes = 128, kLowSpeedSeconds = 60;
 constexpr long kQuickSeconds = 15, kNormalSeconds = 120;
 constexpr int kQuickAttempts = 2, kNormalAttempts = 3;
-constexpr unsigned int kPauseSeconds = 1;
+constexpr std::chrono::microseconds kPause = std::chrono::seconds(1);
 
 static_assert(sizeof(_tag_libkivo_varn_request_) == 3 * sizeof(void*) + 2 * sizeof(int) + 2 * 4096 &&
                   offsetof(_tag_libkivo_varn_response_, body) == 2 * sizeof(long),
@@ -229,7 +231,9 @@ class Exchange {
 
   /// A signal must not shorten it.
   static void Pause() {
-    for (unsigned int left = kPauseSeconds; left > 0;) left = sleep(left);
+    const auto end = std::chrono::steady_clock::now() + kPause;
+    for (auto now = end - kPause; now < end; now = std::chrono::steady_clock::now())
+      usleep(static_cast<useconds_t>(std::chrono::ceil<std::chrono::microseconds>(end - now).count()));
   }
 
   void ReadStatus() {
@@ -245,7 +249,8 @@ class Exchange {
     if (!complete_ || (response_.http_status != 200 && response_.http_status != 400))
       Fail(__LINE__, "%s, Failed to request packages, httpResponseCode=%ld, data=%s", LoggedUrl().c_str(),
            response_.http_status, Redact(chunk_.Text() ? chunk_.Text() : "").c_str());
-    char* body = chunk_.Text() ? strdup(chunk_.Text()) : nullptr;
+    const bool isText = chunk_.Text() && std::strlen(chunk_.Text()) == chunk_.Size();  // a NUL would hide the rest
+    char* body = isText ? strdup(chunk_.Text()) : nullptr;
     if (!body) Fail(__LINE__, "%s, Failed to get response", LoggedUrl().c_str());
     response_.body = VLIBCStrTrimSpace(body);
   }

@@ -220,6 +220,9 @@ TEST(Query, RefusalHasItsCodeAndKeepsTheRecord) {
   for (const char* answer : {"<html>%n%s</html>", "{\"code\":\"good\"", "[[["})
     ExpectRefusedAnswer(bench, answer, KIVO_ERR_BAD_JSON, std::string("Failed to parse json: ") + answer);
   ExpectRefusedAnswer(bench, deep + std::string(1500, ']'), KIVO_ERR_BAD_JSON, "Failed to parse json: [");
+  std::string wide = "[0";
+  for (int i = 0; i < 300000; ++i) wide += ",0";
+  ExpectRefusedAnswer(bench, wide + "]", KIVO_ERR_BAD_JSON, "Failed to parse json: [0,0");
   for (const Json::Value& row : ParseJson(R"([["badsys", 6], ["account_not_found", 25], ["badauth since", 14], ["", 24],
                                               ["goo", 24], [0, 24], [null, 24], [{}, 24], [["good"], 24]])")) {
     Json::Value answer = Profile();

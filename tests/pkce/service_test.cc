@@ -257,7 +257,7 @@ varnkivo::ParamPkceLogin FinishedBrowserLogin(const TokenBench& bench) {
   static const char kVerifier[] = "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk";  // the pair of RFC 7636, appendix B
   const Json::Value config = AccountPkceService().GetLoginPkceConfig();
   const std::string redirect = config["login_redirect_uri"].asString();
-  return {"", bench.cloud->IssueCode(kEmail, "kivo-device", redirect, "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM"),
+  return {"", bench.cloud->IssueCode(kEmail, "kivo-device", kSerial, redirect, "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM"),
           kVerifier, redirect};
 }
 

@@ -31,7 +31,7 @@ std::vector<std::string> EnvironmentFor(const Call& call) {
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
     if (const char* value = getenv(name)) out.push_back(std::string(name) + "=" + value);
   }
-  out.insert(out.end(), call.environment.begin(), call.environment.end());
+  out.insert(out.begin(), call.environment.begin(), call.environment.end());  // of two with one name the first counts
   return out;
 }
 

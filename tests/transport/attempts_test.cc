@@ -20,7 +20,7 @@ Calls Attempts(const FakePlatform& device) {
     if (call == "CURLOPT_IPRESOLVE(0)") found.push_back("any");
     if (call == "CURLOPT_IPRESOLVE(1)") found.push_back("IPv4");
     if (call.rfind("curl_easy_perform", 0) == 0) found.push_back("try");
-    if (call.rfind("sleep", 0) == 0) found.push_back(call);
+    if (call.rfind("usleep", 0) == 0) found.push_back(call);
   }
   return found;
 }
@@ -32,14 +32,14 @@ TEST(Attempts, ResolutionAndTimeOutAreTriedAgainTheLastTimeOverIPv4) {
     Calls calls;
     int result, curlCode;
   } cases[] = {
-      {false, {28, 28, 28}, {"any", "try", "sleep(1)", "try", "IPv4", "sleep(1)", "try"}, -1, 28},
-      {false, {6, 5, 6}, {"any", "try", "sleep(1)", "try", "IPv4", "sleep(1)", "try"}, -1, 6},
-      {false, {28, 28}, {"any", "try", "sleep(1)", "try", "IPv4", "sleep(1)", "try"}, 0, 0},
-      {false, {5}, {"any", "try", "sleep(1)", "try"}, 0, 0},
-      {false, {28, 7}, {"any", "try", "sleep(1)", "try"}, -1, 7},
+      {false, {28, 28, 28}, {"any", "try", "usleep(1000000)", "try", "IPv4", "usleep(1000000)", "try"}, -1, 28},
+      {false, {6, 5, 6}, {"any", "try", "usleep(1000000)", "try", "IPv4", "usleep(1000000)", "try"}, -1, 6},
+      {false, {28, 28}, {"any", "try", "usleep(1000000)", "try", "IPv4", "usleep(1000000)", "try"}, 0, 0},
+      {false, {5}, {"any", "try", "usleep(1000000)", "try"}, 0, 0},
+      {false, {28, 7}, {"any", "try", "usleep(1000000)", "try"}, -1, 7},
       {false, {60}, {"any", "try"}, -1, 60},
-      {true, {6, 6}, {"any", "try", "IPv4", "sleep(1)", "try"}, -1, 6},
-      {true, {28}, {"any", "try", "IPv4", "sleep(1)", "try"}, 0, 0},
+      {true, {6, 6}, {"any", "try", "IPv4", "usleep(1000000)", "try"}, -1, 6},
+      {true, {28}, {"any", "try", "IPv4", "usleep(1000000)", "try"}, 0, 0},
       {true, {35}, {"any", "try"}, -1, 35},
       {true, {}, {"any", "try"}, 0, 0},
   };

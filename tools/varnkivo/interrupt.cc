@@ -54,7 +54,8 @@ EchoOff::EchoOff(int terminal) {
   if (tcgetattr(terminal, &gSaved) != 0) return;
   termios quiet = gSaved;
   quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-  gTerminal = terminal;  // before the change, so that a signal in between finds it
+  quiet.c_cc[VSUSP] = quiet.c_cc[VQUIT] = _POSIX_VDISABLE;  // a shell that takes over in between turns the echo on
+  gTerminal = terminal;                                     // before the change, so that a signal in between finds it
   tcsetattr(terminal, TCSAFLUSH, &quiet);
 }
 

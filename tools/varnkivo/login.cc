@@ -105,7 +105,7 @@ Json::Value CallLibrary(const LoginOptions& options) {
   int result = -1, code = 0;
   {
     const Spinner spinner((options.verifyOnly ? "Trying the password of " : "Signing in as ") + who,
-                          options.key ? kQuerySeconds : kPasswordSeconds, !options.json);
+                          options.key ? kQuerySeconds : kPasswordSeconds, !options.json, &secret);
     VARNKIVOErrSet(KIVO_ERR_SUCCESS);
     result = options.key ? VARNKIVOAccountLoginByKey(options.userId.c_str(), secret.c_str(), response)
                          : VARNKIVOAccountLogin(options.email.c_str(), secret.c_str(), response, options.verifyOnly);

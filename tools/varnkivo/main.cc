@@ -1,6 +1,9 @@
 // The command-line tool: parses, runs one verb, prints what went wrong, ends with a promised exit code. Everything the
 // device knows comes from the library's public interface and the documented files; stdout carries data and nothing
 // else.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -15,6 +18,16 @@ namespace {
 
 using kivotool::Exit;
 using kivotool::Failure;
+
+/// A closed standard descriptor would be given to the next file or socket, and the output go there. Opened for reading,
+/// so that a write still fails.
+void OccupyStandardDescriptors() {
+  while (true) {
+    const int file = open("/dev/null", O_RDONLY);
+    if (file > STDERR_FILENO) close(file);
+    if (file < 0 || file > STDERR_FILENO) return;
+  }
+}
 
 /// Before parsing, because a command line that does not parse is an error of JSON mode too.
 bool WantsJson(int argc, char** argv) {
@@ -67,6 +80,7 @@ Exit Guarded(int argc, char** argv, bool json) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  OccupyStandardDescriptors();
   kivotool::DropUntrustedEnvironment();
   const bool json = WantsJson(argc, argv);
   const Exit exit = Guarded(argc, argv, json);

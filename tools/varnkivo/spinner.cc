@@ -1,6 +1,5 @@
-// Draws the spinner from a child process. Touches stderr only. The child must be made before any secret is read into
-// memory that it would inherit, or wiped in it: callers construct the spinner after copying nothing but texts for
-// people.
+// Draws the spinner from a child process. Touches stderr only. The child inherits the caller's memory: the secret that
+// the caller holds is wiped in the child before anything else.
 #include "spinner.h"
 
 #include <sys/prctl.h>
@@ -13,6 +12,7 @@
 
 #include "interrupt.h"
 #include "output.h"
+#include "secrets.h"
 #include "text.h"
 
 namespace kivotool {
@@ -25,7 +25,8 @@ std::string Span(int seconds) {
   return seconds < 120 ? std::to_string(seconds) + " s" : std::to_string((seconds + 59) / 60) + " min";
 }
 
-[[noreturn]] void Draw(const std::string& what, int limitSeconds, int parent) {
+[[noreturn]] void Draw(const std::string& what, int limitSeconds, int parent, Secret* inherited) {
+  if (inherited) inherited->Wipe();
   for (const int signal : {SIGINT, SIGTERM, SIGHUP})
     std::signal(signal, SIG_IGN);  // the parent ends us, after its word
   prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -42,12 +43,12 @@ std::string Span(int seconds) {
 
 }  // namespace
 
-Spinner::Spinner(const std::string& what, int limitSeconds, bool allowed) {
+Spinner::Spinner(const std::string& what, int limitSeconds, bool allowed, Secret* inherited) {
   if (!allowed || !StderrIsLively()) return;
   const int parent = getpid();
   const std::string shown = Printable(what);
   pid_ = fork();
-  if (pid_ == 0) Draw(shown, limitSeconds, parent);
+  if (pid_ == 0) Draw(shown, limitSeconds, parent, inherited);
   if (pid_ > 0) SetDrawingProcess(pid_);
 }
 

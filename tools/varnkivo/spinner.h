@@ -7,10 +7,13 @@
 
 namespace kivotool {
 
+class Secret;
+
 class Spinner {
  public:
-  /// `allowed` false (JSON mode): never drawn. `limitSeconds` is what the call can take at most.
-  Spinner(const std::string& what, int limitSeconds, bool allowed);
+  /// `allowed` false (JSON mode): never drawn. `limitSeconds` is what the call can take at most. `inherited` is wiped
+  /// in the drawing process, not in this one.
+  Spinner(const std::string& what, int limitSeconds, bool allowed, Secret* inherited = nullptr);
   Spinner(const Spinner&) = delete;
   Spinner& operator=(const Spinner&) = delete;
   ~Spinner();

@@ -1,0 +1,104 @@
+// The table. An error stands beside a call when the kernel can give it there: a rename that is interrupted, or a socket
+// that finds no space on the disk, would test nothing. brk is left out: it has no error result.
+#include "calls.h"
+
+#include <fcntl.h>
+#include <string.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+
+namespace faults {
+namespace {
+
+struct Call {
+  long number;
+  const char* name;
+};
+
+struct Group {
+  std::vector<int> errors;
+  bool changesFile;
+  std::vector<Call> calls;
+};
+
+#define CALL(name) \
+  { SYS_##name, #name }
+#ifdef SYS_open
+#define OLD(name) CALL(name)  // newer architectures have only the form with a directory, or with more arguments
+#else
+#define OLD(name) \
+  { -1, #name }
+#endif
+
+const Group kGroups[] = {
+    {{EINTR, EIO, ENOSPC, EMFILE, ENOMEM, EACCES}, false, {OLD(open), CALL(openat)}},
+    {{EIO, ENOMEM, EACCES},
+     false,
+     {OLD(stat), OLD(lstat), CALL(fstat), CALL(newfstatat), CALL(statx), OLD(access), CALL(faccessat), OLD(readlink),
+      CALL(readlinkat), CALL(getdents64)}},
+    {{EIO, ENOSPC, ENOMEM, EACCES},
+     true,
+     {OLD(rename), CALL(renameat2), OLD(unlink), CALL(unlinkat), OLD(link), CALL(linkat), OLD(mkdir), CALL(mkdirat),
+      OLD(chmod), CALL(fchmod), CALL(fchmodat), OLD(chown), OLD(lchown), CALL(fchown), CALL(fchownat)}},
+    {{EINTR, EIO, ENOSPC, ENOMEM}, true, {CALL(write), CALL(writev), CALL(pwrite64), CALL(ftruncate)}},
+    {{EINTR, EIO, ENOSPC}, false, {CALL(fsync), CALL(fdatasync)}},
+    {{EINTR, EIO, ENOMEM}, false, {CALL(read), CALL(readv), CALL(pread64)}},
+    {{EINTR, ENOMEM}, false, {CALL(flock), OLD(poll), CALL(ppoll), OLD(select), OLD(epoll_wait), CALL(epoll_pwait)}},
+    {{EMFILE, ENOMEM, EACCES}, false, {CALL(socket)}},
+    {{EMFILE, ENOMEM}, false, {CALL(socketpair), OLD(pipe), CALL(pipe2), CALL(eventfd2), CALL(epoll_create1)}},
+    {{EINTR, EIO, ENOMEM, EACCES},
+     false,
+     {CALL(connect), CALL(bind), CALL(sendto), CALL(sendmsg), CALL(sendmmsg), CALL(recvfrom), CALL(recvmsg)}},
+    {{ENOMEM},
+     false,
+     {CALL(setsockopt), CALL(getsockopt), CALL(getsockname), CALL(mmap), OLD(fork), OLD(vfork), CALL(clone),
+      CALL(clone3)}},
+    {{EINTR, EMFILE}, false, {CALL(dup), OLD(dup2), CALL(dup3), CALL(fcntl)}},
+    {{EIO, EMFILE, ENOMEM, EACCES}, false, {CALL(execve)}},
+    {{EINTR}, false, {CALL(wait4), CALL(waitid), CALL(getrandom)}},
+    {{ENOMEM, EACCES}, false, {CALL(setresuid), CALL(setresgid), CALL(setpgid)}}};
+
+const Group* FindGroup(long number, const Call** found) {
+  for (const Group& group : kGroups) {
+    for (const Call& call : group.calls) {
+      *found = &call;
+      if (call.number == number) return &group;
+    }
+  }
+  return nullptr;
+}
+
+bool MakesDescriptor(std::uint64_t command) { return command == F_DUPFD || command == F_DUPFD_CLOEXEC; }
+
+}  // namespace
+
+std::vector<int> ErrorsOf(long call, std::uint64_t second) {
+  const Call* found = nullptr;
+  const Group* group = FindGroup(call, &found);
+  if (!group) return {};
+  if (call == SYS_fcntl && second == F_SETLKW) return {EINTR, EACCES};
+  if (call == SYS_fcntl && !MakesDescriptor(second)) return {};  // the rest cannot fail on an open descriptor
+  return group->errors;
+}
+
+bool ChangesFile(long call) {
+  const Call* found = nullptr;
+  const Group* group = FindGroup(call, &found);
+  return group && group->changesFile;
+}
+
+std::string NameOf(long call) {
+  const Call* found = nullptr;
+  return FindGroup(call, &found) ? found->name : "call" + std::to_string(call);
+}
+
+std::string Text(const Injection& injection) {
+  if (injection.kind == Kind::kMemory) return "memory:" + std::to_string(injection.allocation);
+  const Point& at = injection.at;
+  const std::string point = std::to_string(at.task) + "." + NameOf(at.call) + "." + std::to_string(at.nth);
+  if (injection.kind == Kind::kFail) return "fail:" + point + ":" + strerrorname_np(injection.error);
+  return (injection.kind == Kind::kKill ? "kill:" : "kill-after:") + point;
+}
+
+}  // namespace faults
