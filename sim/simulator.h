@@ -98,8 +98,8 @@ class Simulator {
   bool RevokeFamily(std::uint64_t number);  ///< false: there is none, or it was revoked before
   std::vector<TokenFamily> TokenFamilies() const;
   TokenCounts TokenRequests() const;
-  /// A code as the authorization endpoint would give it, for the account signed in on the device `serial`; `challenge` is
-  /// the S256 one. Throws as IssueTokens.
+  /// A code as the authorization endpoint would give it, for the account signed in on the device `serial`; `challenge`
+  /// is the S256 one. Throws as IssueTokens.
   std::string IssueCode(const std::string& emailOrUserId, const std::string& clientId, const std::string& serial,
                         const std::string& redirectUri, const std::string& challenge);
   /// A new set of tokens as if the account had signed in on the device `serial` ("": on none) `age` ago. Throws

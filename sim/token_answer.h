@@ -18,10 +18,10 @@ namespace kivosim {
 /// epoch; `host`: name of the identity host that issues.
 Json::Value TokenAnswer(const Tokens& tokens, const Account& account, const TokenSigner& signer,
                         const std::string& host, std::int64_t issuedAt);
-/// Issues a set of tokens `age` old without a sign-in. Throws std::runtime_error for an unknown account or client.
 /// The account on the device, with the scope of a device. Throws std::runtime_error for an unknown account or client.
 Grantee GranteeFor(const CloudState& state, const std::string& emailOrUserId, const std::string& clientId,
                    const std::string& serial);
+/// Issues a set of tokens `age` old without a sign-in. Throws as GranteeFor.
 TokenSet MakeTokenSet(CloudState& state, const std::string& emailOrUserId, const std::string& clientId,
                       const std::string& serial, std::chrono::seconds age);
 /// The machine's own wall clock, whatever a test program makes of time().

@@ -63,9 +63,9 @@ TEST(TokenAnswer, HasItsCodeAndKeepsTheFileUnlessItIsASet) {
       EXPECT_EQ("0600 934:934", ModeAndOwner(kTokenFile));
       EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
       EXPECT_EQ(1u, bench.cloud.Requests().size());
-      if (expected == "code 2")
-        EXPECT_EQ("..//include/internal/json_utils Failed to parse json: " + row.body,
-                  bench.device.LastLogSource() + " " + bench.device.LastLog());
+      const std::string last = bench.device.LastLogSource() + " " + bench.device.LastLog();
+      EXPECT_TRUE(expected != "code 2" || last == "..//include/internal/json_utils Failed to parse json: " + row.body)
+          << last;
     }
 }
 
@@ -183,6 +183,8 @@ TEST(TokenSave, StepThatFailsHasItsCodeAndTheOtherOnesAreOnlyLogged) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.call);
     TokenBench bench;
+    bench.StoreTokens(2 * kHour);
+    bench.Client()->GetAccessToken();  // makes the lock files
     bench.StoreTokens(2 * kHour);
     const std::string before = FakePlatform::Read(kTokenFile);
     bench.device.FailAfter(row.call, row.before);
