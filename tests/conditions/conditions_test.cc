@@ -221,12 +221,6 @@ TEST(Descriptors, FewOfThemGiveACodeAndNoneIsLost) {
   EXPECT_LE(1, succeeded) << "sixteen descriptors are enough";
 }
 
-long ResidentKibibytes() {
-  long pages[2] = {};
-  std::sscanf(ReadFile("/proc/self/statm").c_str(), "%ld %ld", &pages[0], &pages[1]);
-  return pages[1] * sysconf(_SC_PAGESIZE) / 1024;
-}
-
 TEST(Soak, ManyRequestsLeaveNothingBehind) {
   auto& cloud = FreshCloud();
   cloud.SetHook([&cloud](const kivosim::Request&) {

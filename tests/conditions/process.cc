@@ -8,6 +8,7 @@
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -103,6 +104,12 @@ std::size_t OpenDescriptors() {
   std::size_t count = 0;
   for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
   return count;
+}
+
+long ResidentKibibytes() {
+  long pages[2] = {};
+  std::sscanf(ReadFile("/proc/self/statm").c_str(), "%ld %ld", &pages[0], &pages[1]);
+  return pages[1] * sysconf(_SC_PAGESIZE) / 1024;
 }
 
 }  // namespace conditions

@@ -27,5 +27,6 @@ constexpr char kEverythingWell[] = "login 0 0, query 0 0, set 0 0, remove 65280,
 void WriteFile(const std::string& path, const std::string& content);
 std::string ReadFile(const std::string& path);
 std::size_t OpenDescriptors();
+long ResidentKibibytes();
 
 }  // namespace conditions
