@@ -1,5 +1,5 @@
-// `token`: prints a valid token of this device, renewed where it has expired. The token goes to stdout and nowhere else.
-// A token is a secret: the formats exist so that scripts need not put it on a command line.
+// `token`: prints a valid token of this device, renewed where it has expired. The token goes to stdout and nowhere
+// else. A token is a secret: the formats exist so that scripts need not put it on a command line.
 #include <varnkivo/account_pkce_service.h>
 #include <varnkivo/kivo_exception.h>
 
@@ -104,10 +104,11 @@ Exit RunToken(const TokenOptions& options) {
 
 void AddToken(CLI::App& app, Invocation& call) {
   auto options = std::make_shared<TokenOptions>();
-  CLI::App* verb = AddVerb(app, call, "token", "Print a valid access token of this device, renewed where it has expired",
-                           "curl -H @<(varnkivo token --format header) https://account.kivo.example/...\n"
-                           "  eval \"$(varnkivo token --format env)\"\n"
-                           "  varnkivo token --min-valid 300 --json");
+  CLI::App* verb =
+      AddVerb(app, call, "token", "Print a valid access token of this device, renewed where it has expired",
+              "curl -H @<(varnkivo token --format header) https://account.kivo.example/...\n"
+              "  eval \"$(varnkivo token --format env)\"\n"
+              "  varnkivo token --min-valid 300 --json");
   verb->add_option("--format", options->format, "token, json, env or header")
       ->check(CLI::IsMember({"token", "json", "env", "header"}));
   verb->add_flag("--id", options->id, "The id token instead of the access token");
