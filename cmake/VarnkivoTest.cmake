@@ -15,7 +15,7 @@ set(VARNKIVO_TEST_ENVIRONMENT
   "VARNKIVO_BUILD=${PROJECT_BINARY_DIR}"
   "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1:check_initialization_order=1"
   "UBSAN_OPTIONS=print_stacktrace=1"
-  "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
+  "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:die_after_fork=0")
 
 function(varnkivo_add_test name)
   if(NOT BUILD_TESTING)

@@ -10,7 +10,7 @@ namespace kivosim {
 namespace {
 
 const std::vector<Route>& Routes() {
-  static const std::vector<Route> routes = [] {
+  static const auto& routes = *new const std::vector<Route>([] {  // never destroyed: a test may end while we serve
     std::vector<Route> all;
     AddPasswordLogin(all);
     AddLaunch(all);
@@ -23,7 +23,7 @@ const std::vector<Route>& Routes() {
     AddCodeGrant(all);
     AddDeviceLogout(all);
     return all;
-  }();
+  }());
   return routes;
 }
 
@@ -39,9 +39,9 @@ Reply NotFound(const std::string& complaint) { return {{404, "{\"code\":\"badpar
 }  // namespace
 
 const std::vector<std::string>& Simulator::Hosts() {  // two of each family, in the order of HostFamily
-  static const std::vector<std::string> hosts = {"account.kivo.example",  "account-test.kivo.example",
-                                                 "identity.kivo.example", "identity-test.kivo.example",
-                                                 "payment.kivo.example",  "payment-test.kivo.example"};
+  static const auto& hosts = *new const std::vector<std::string>{"account.kivo.example",  "account-test.kivo.example",
+                                                                 "identity.kivo.example", "identity-test.kivo.example",
+                                                                 "payment.kivo.example",  "payment-test.kivo.example"};
   return hosts;
 }
 

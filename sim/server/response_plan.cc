@@ -4,30 +4,32 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 
 namespace kivosim {
 namespace {
 
 const char* Reason(int status) {
-  static const std::map<int, const char*> reasons = {{100, "Continue"},
-                                                     {200, "OK"},
-                                                     {204, "No Content"},
-                                                     {301, "Moved Permanently"},
-                                                     {302, "Found"},
-                                                     {303, "See Other"},
-                                                     {304, "Not Modified"},
-                                                     {307, "Temporary Redirect"},
-                                                     {308, "Permanent Redirect"},
-                                                     {400, "Bad Request"},
-                                                     {401, "Unauthorized"},
-                                                     {403, "Forbidden"},
-                                                     {404, "Not Found"},
-                                                     {429, "Too Many Requests"},
-                                                     {500, "Internal Server Error"},
-                                                     {503, "Service Unavailable"}};
-  const auto found = reasons.find(status);
-  return found == reasons.end() ? "Status" : found->second;
+  static constexpr struct {
+    int status;
+    const char* reason;
+  } kReasons[] = {{100, "Continue"},
+                  {200, "OK"},
+                  {204, "No Content"},
+                  {301, "Moved Permanently"},
+                  {302, "Found"},
+                  {303, "See Other"},
+                  {307, "Temporary Redirect"},
+                  {308, "Permanent Redirect"},
+                  {400, "Bad Request"},
+                  {401, "Unauthorized"},
+                  {403, "Forbidden"},
+                  {404, "Not Found"},
+                  {429, "Too Many Requests"},
+                  {500, "Internal Server Error"},
+                  {503, "Service Unavailable"}};
+  for (const auto& row : kReasons)
+    if (row.status == status) return row.reason;
+  return "Status";
 }
 
 bool HasNoBody(int status) { return status < 200 || status == 204 || status == 304; }
