@@ -1,6 +1,7 @@
 // Starts varnkivo-sim, reads its ready line, and writes the bundle between runs. The bundle belongs to the sandbox.
 #include "cloud.h"
 
+#include <curl/curl.h>
 #include <fcntl.h>
 #include <json/json.h>
 #include <signal.h>
@@ -32,6 +33,11 @@ void WriteText(const char* path, const std::string& text) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << text;
   if (!file.flush()) throw std::runtime_error(std::string("cannot write ") + path);
+}
+
+std::size_t Collect(char* data, std::size_t size, std::size_t count, void* body) {
+  static_cast<std::string*>(body)->append(data, size * count);
+  return size * count;
 }
 
 /// The account that the request of the benchmarks is about, in the simulator's format.
@@ -75,6 +81,7 @@ void Cloud::AwaitReady(int output) {
   std::string errors;
   if (!got || !Json::parseFromStream(Json::CharReaderBuilder(), text, &ready, &errors))
     throw std::runtime_error("the simulator did not start");
+  control_ = ready["control"].asString();
   ownCa_ = ReadText(ready["ca"].asString());
   fullBundle_ = ReadText(kBundle);
 }
@@ -92,6 +99,34 @@ int Cloud::Certificates() const {
   int count = 0;
   for (std::size_t at = fullBundle_.find(mark); at != std::string::npos; at = fullBundle_.find(mark, at + 1)) ++count;
   return count;
+}
+
+std::string Cloud::Control(const std::string& call, const std::string& body) const {
+  CURL* curl = curl_easy_init();
+  std::string answer;
+  curl_easy_setopt(curl, CURLOPT_URL, (control_ + call).c_str());
+  curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
+  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, Collect);
+  curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer);
+  const CURLcode result = curl_easy_perform(curl);
+  long status = 0;
+  curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+  curl_easy_cleanup(curl);
+  if (result != CURLE_OK || status != 200) throw std::runtime_error("the simulator refused " + call + ": " + answer);
+  return answer;
+}
+
+std::string Cloud::IssueTokens(int age) const {
+  Json::Value call;
+  call["user_id"] = kUserId;
+  call["client_id"] = kClientId;
+  call["serial"] = kSerial;
+  call["age"] = age;
+  return Control("/tokens", Json::writeString(Json::StreamWriterBuilder(), call));
+}
+
+void Cloud::SetTokenLifetime(int seconds) const {
+  Control("/token-lifetime", "{\"seconds\":" + std::to_string(seconds) + "}");
 }
 
 }  // namespace bench

@@ -21,11 +21,17 @@ class Cloud {
   void TrustOnlyOwnCa() const;
   int Certificates() const;  ///< in the bundle of TrustAll
 
+  /// A new set of tokens of the benchmarks' account, `age` seconds old, as a token file holds it.
+  std::string IssueTokens(int age) const;
+  /// Of the access tokens given out from now on; below 0 they have expired when they arrive.
+  void SetTokenLifetime(int seconds) const;
+
  private:
   void AwaitReady(int output);
+  std::string Control(const std::string& call, const std::string& body) const;
 
   pid_t pid_ = 0;
-  std::string fullBundle_, ownCa_;
+  std::string control_, fullBundle_, ownCa_;
 };
 
 }  // namespace bench

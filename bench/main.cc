@@ -20,7 +20,10 @@ int main() {
                   curl->ssl_version, cloud.Certificates(), sysconf(_SC_NPROCESSORS_ONLN));
       std::fflush(stdout);
       bench::AddRequestRows(table, cloud);
+      bench::AddRenewalRows(table, cloud);
+      bench::PutTokens(cloud.IssueTokens(0));
     }
+    bench::AddToolRows(table);
     bench::AddOperationRows(table);
     bench::AddSystemCallRows(table);
     bench::AddLibraryRows(table);

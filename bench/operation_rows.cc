@@ -63,8 +63,13 @@ void AddOperationRows(Table& table) {
   table.Show("the same, CPU", Unit::kMicroseconds, times.Cpu("set"), times.Cpu("set-by-hand"));
   table.Show("cached account query, CPU", Unit::kMicroseconds, times.Cpu("query"));
   table.Show("VARNKIVOAccountGet, CPU", Unit::kMicroseconds, times.Cpu("account-get"));
-  table.Show("device token, CPU", Unit::kMicroseconds, times.Cpu("token"));
+  table.Show("device token, CPU", Unit::kMicroseconds, times.Cpu("device-token"));
   table.Show("FileLock lock and unlock, CPU", Unit::kMicroseconds, times.Cpu("lock"));
+  table.Compare("valid access token: PkceClient / lock, read, parse, CPU", Unit::kMicroseconds,
+                times.Cpu("access-token"), times.Cpu("access-token-by-hand"), 2);
+  table.Show("the same from an AccountPkceService, CPU", Unit::kMicroseconds, times.Cpu("service-access-token"),
+             times.Cpu("access-token-by-hand"));
+  table.Show("making an AccountPkceService, CPU", Unit::kMicroseconds, times.Cpu("make-service"));
 }
 
 }  // namespace bench

@@ -4,13 +4,17 @@
 #include <fcntl.h>
 #include <json/json.h>
 #include <unistd.h>
+#include <varnkivo/account_pkce_service.h>
 #include <varnkivo/file_lock.h>
+#include <varnkivo/pkce_client.h>
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+
+#include "programs/token_by_hand.h"
 
 namespace bench {
 namespace {
@@ -73,12 +77,35 @@ void LockAndUnlock(unsigned int) {
   lock.Unlock();
 }
 
+void ClientToken(unsigned int) {
+  static const varnkivo::PkceClient client("lum");
+  Check(!client.GetAccessToken().empty(), "PkceClient::GetAccessToken");
+}
+
+void ServiceToken(unsigned int) {
+  static const varnkivo::AccountPkceService service;
+  Check(!service.GetAccessToken().empty(), "AccountPkceService::GetAccessToken");
+}
+
+void MakeService(unsigned int) { const varnkivo::AccountPkceService service; }
+
+void TokenByHand(unsigned int) { Check(!ReadTokenByHand().empty(), "reading a token by hand"); }
+
 }  // namespace
 
 const std::vector<Operation>& Operations() {
-  static const std::vector<Operation> operations = {
-      {"get", Get},           {"get-by-hand", GetByHand},  {"set", Set},           {"set-by-hand", SetByHand},
-      {"query", CachedQuery}, {"account-get", AccountGet}, {"token", DeviceToken}, {"lock", LockAndUnlock}};
+  static const std::vector<Operation> operations = {{"get", Get},
+                                                    {"get-by-hand", GetByHand},
+                                                    {"set", Set},
+                                                    {"set-by-hand", SetByHand},
+                                                    {"query", CachedQuery},
+                                                    {"account-get", AccountGet},
+                                                    {"device-token", DeviceToken},
+                                                    {"lock", LockAndUnlock},
+                                                    {"access-token", ClientToken},
+                                                    {"access-token-by-hand", TokenByHand},
+                                                    {"service-access-token", ServiceToken},
+                                                    {"make-service", MakeService}};
   return operations;
 }
 

@@ -13,7 +13,8 @@ struct Cost {
   double cpu, wall;
 };
 
-/// Throws std::runtime_error when the program cannot be started or does not end with status 0.
+/// What it prints to standard output is dropped. Throws std::runtime_error when the program cannot be started or does
+/// not end with status 0.
 Cost RunProgram(const std::vector<std::string>& arguments);
 
 double Median(std::vector<double> values);

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -65,6 +66,15 @@ void PrepareDevice() {
   user.SetIsRealnameValidationPass(true);
   user.SetReportCronTimestring("~ 9~16 * * 1~5");
   user.SetLastQueryTime(time(nullptr));
+}
+
+void PutTokens(const std::string& set) {
+  const std::string path = std::string(kFolder) + "/lum_token.json";
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << set;
+  file.close();
+  if (!file || chmod(path.c_str(), 0600) != 0 || chown(path.c_str(), kAccountId, kAccountId) != 0)
+    throw std::runtime_error("cannot write " + path);
 }
 
 }  // namespace bench

@@ -2,11 +2,16 @@
 #ifndef VARNKIVO_BENCH_RECORD_H_
 #define VARNKIVO_BENCH_RECORD_H_
 
+#include <string>
+
 namespace bench {
 
 /// Puts the account record on a disk where the sandbox keeps it in memory (a write would cost nothing there), fills it,
 /// and has it fresh enough for a query not to go to the server. Throws outside of a sandbox.
 void PrepareDevice();
+
+/// Makes `set` the content of the device's token file.
+void PutTokens(const std::string& set);
 
 }  // namespace bench
 

@@ -8,6 +8,8 @@
 namespace bench {
 
 void AddRequestRows(Table& table, const Cloud& cloud);
+void AddRenewalRows(Table& table, const Cloud& cloud);
+void AddToolRows(Table& table);
 void AddOperationRows(Table& table);
 void AddSystemCallRows(Table& table);
 void AddLibraryRows(Table& table);

@@ -11,6 +11,9 @@ fail() { echo "install_test: $*"; exit 1; }
 cmake --install "$build" --prefix "$work" >"$work/log" || fail "installation fails: $(cat "$work/log")"
 library=$(find "$work" -name 'libvarnkivo.so.1')
 [ -n "$library" ] || fail "libvarnkivo.so.1 is not installed"
+for template in pkce_login.conf pkce_register.conf; do
+  cmp -s "config/$template" "$work/etc.defaults/varnholt-account/config/$template" || fail "$template is not installed"
+done
 
 (cd "$work/include/varnkivo" && find . -type f -printf '%P\n' | LC_ALL=C sort) >"$work/installed"
 (cd include && find . -maxdepth 1 -name '*.h' -printf '%P\n' | LC_ALL=C sort) >"$work/public"

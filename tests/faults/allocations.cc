@@ -23,6 +23,8 @@ void* __libc_realloc(void* memory, std::size_t size);
 
 namespace {
 
+constexpr int kPlaces = 3;  // a template of libstdc++'s may lie in the library, and says nothing of who uses it
+
 enum Owner { kOther, kLibrary, kRuntime };
 
 struct Range {
@@ -32,7 +34,7 @@ struct Range {
 
 struct Shared {
   std::atomic<int> count, failing;
-  std::atomic<std::uintptr_t> place;  // in the library, of the one that failed
+  std::atomic<std::uintptr_t> places[kPlaces];  // in the library, of the one that failed; 0: no more
 };
 
 struct Caller {
@@ -78,6 +80,21 @@ _Unwind_Reason_Code SeeFrame(_Unwind_Context* frame, void* out) {
   return caller.owner == kRuntime ? _URC_NO_REASON : _URC_END_OF_STACK;
 }
 
+_Unwind_Reason_Code NoteFrame(_Unwind_Context* frame, void* out) {
+  int& noted = *static_cast<int*>(out);
+  const std::uintptr_t address = _Unwind_GetIP(frame);
+  if (OwnerOf(address) == kLibrary) gShared->places[noted++] = address;
+  return noted < kPlaces ? _URC_NO_REASON : _URC_END_OF_STACK;
+}
+
+void NotePlaces() {
+  for (auto& place : gShared->places) place = 0;
+  int noted = 0;
+  gBusy = true;
+  _Unwind_Backtrace(&NoteFrame, &noted);
+  gBusy = false;
+}
+
 /// Whether this allocation, asked for from `address`, is the one to fail.
 bool Fails(const void* address) {
   if (!gShared || gBusy) return false;
@@ -89,7 +106,7 @@ bool Fails(const void* address) {
     gBusy = false;
   }
   if (caller.owner != kLibrary || ++gShared->count != gShared->failing) return false;
-  gShared->place = caller.address;
+  NotePlaces();
   errno = ENOMEM;
   return true;
 }
@@ -111,10 +128,14 @@ void FailAllocation(int failing) {
 int AllocationCount() { return gShared->count; }
 
 std::string FailedAllocation() {
-  char command[512], block[512];
-  std::snprintf(command, sizeof command, "addr2line -Cfpie '%s' %#zx", gLibraryPath.c_str(),
-                gShared->place - gLibraryBase - 1);  // the call, not what comes after it
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command, "r"), pclose);
+  char block[512];
+  std::string command = "addr2line -Cfpie '" + gLibraryPath + "'";
+  for (const std::uintptr_t place : gShared->places) {
+    if (place == 0) break;
+    std::snprintf(block, sizeof block, " %#zx", place - gLibraryBase - 1);  // the call, not what comes after it
+    command += block;
+  }
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
   std::string text;
   while (pipe && std::fgets(block, sizeof block, pipe.get())) text += block;
   return text;

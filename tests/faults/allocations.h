@@ -9,8 +9,8 @@ namespace faults {
 /// Puts the count to 0; the `failing`-th allocation from now on, in this process or a child of it, fails (0: none).
 void FailAllocation(int failing);
 int AllocationCount();  ///< since then
-/// The functions around the library's line that was refused memory, inlined ones too, with files; needs debug
-/// information.
+/// The library's functions that wanted the memory it was refused, the innermost and two of its callers, inlined ones
+/// too, with files; needs debug information.
 std::string FailedAllocation();
 
 }  // namespace faults

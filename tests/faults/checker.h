@@ -1,12 +1,14 @@
 // Says of a run with a fault in it how the device was left: as before, as after, partway, or broken and why.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "device.h"
 #include "scenarios.h"
+#include "token_file.h"
 #include "tracer.h"
 
 namespace faults {
@@ -24,33 +26,55 @@ struct Reference {
   int result = 0;
   int descriptors = 0;
   std::vector<std::optional<std::string>> records;  // from the old to the new one
-  std::string job;                                  // the cron file that it leaves
+  std::string job;                                  // the cron file that it leaves, or finds and removes
 };
 
-enum class Left { kOld, kNew, kPartway, kBroken };
+/// What the process that was struck left, besides files.
+struct Outcome {
+  Injection injection;
+  Ending ending;
+  Told told;
+  std::string log;
+};
+
+enum class Left { kOld, kNew, kPartway, kSignedOut, kBroken };
 
 class Checker {
  public:
-  Checker(const Scenario& scenario, const Reference& reference) : scenario_(scenario), reference_(reference) {}
+  using Files = std::map<std::string, File>;
+  /// `before`: what the operation found.
+  Checker(const Scenario& scenario, const Reference& reference, const Files& before)
+      : scenario_(scenario), reference_(reference), before_(before) {}
 
   /// After the run with the fault.
-  void CheckFault(const Device& device, const Injection& injection, const Ending& ending, const Told& told);
-  /// After the same operation was run again, without one.
-  void CheckRepetition(const Device& device, const Told& told);
-  void CheckLog(const std::string& log, const Device& device);
+  void CheckFault(const Device& device, const Outcome& outcome);
+  /// After the same operation was run again, without one. `tokensAreGood`: the cloud accepts those on the device.
+  void CheckRepetition(const Device& device, const Told& told, bool tokensAreGood);
+  /// Whether a kill has left room for a token set behind, which signing out must take away.
+  bool LeavesRoom(const Files& files) const;
+  /// After signing out.
+  void CheckSignedOut(const Device& device, const Told& told);
+  /// `given`: secrets of this run alone.
+  void CheckLog(const std::string& log, const Device& device, std::vector<std::string> given);
 
   Left Result() const { return complaints_.empty() ? left_ : Left::kBroken; }
   const std::vector<std::string>& Complaints() const { return complaints_; }
 
  private:
+  void CheckRecord(const std::optional<std::string>& record, const Outcome& outcome);
+  void CheckReplacedTokens(const std::optional<std::string>& record, const Files& files);
+  void CheckRemovedTokens(const std::optional<std::string>& record, const Files& files, const Outcome& outcome);
   void CheckProcess(const Injection& injection, const Ending& ending, const Told& told);
   void CheckSuccess(const std::optional<std::string>& record);
-  void CheckFiles(const Device& device, bool killed, bool removalFailed);
-  void CheckPrivateFile(const std::string& name, const File& file, bool killed, bool removalFailed);
+  void CheckFiles(const Files& files, bool killed, bool removalFailed);
+  void CheckPrivateFile(const std::string& path, const File& file, bool killed, bool removalFailed);
+  void CheckNothingLeft(const Device& device);
+  TokenState TokensOf(const Files& files) const;
   void Complain(const std::string& what) { complaints_.push_back(what); }
 
   const Scenario& scenario_;
   const Reference& reference_;
+  const Files& before_;
   Left left_ = Left::kOld;
   std::vector<std::string> complaints_;
 };

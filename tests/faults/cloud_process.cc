@@ -1,4 +1,5 @@
-// One byte asks for a reset, one byte answers; the end of the channel ends the process.
+// A packet asks, with the address of a function that this process and its fork have in common and a text for it; a
+// packet answers. The end of the channel ends the process.
 #include "cloud_process.h"
 
 #include <sys/prctl.h>
@@ -8,6 +9,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 
@@ -16,17 +18,39 @@
 namespace faults {
 namespace {
 
+constexpr std::size_t kMostBytes = 8192;
+
+std::string ResetCloud(kivosim::Simulator& cloud, const std::string&) {
+  cloud.Reset();
+  kivosim::Account ann{kEmail, kPassword, kUserId};
+  ann.authKeys[kSerial] = kAuthKey;
+  cloud.AddAccount(ann);
+  return "";
+}
+
+bool Send(int channel, const std::string& packet) {
+  return send(channel, packet.data(), packet.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(packet.size());
+}
+
+/// An empty packet is the end of the channel.
+bool Receive(int channel, std::string& packet) {
+  packet.resize(kMostBytes);
+  const ssize_t size = recv(channel, packet.data(), packet.size(), 0);
+  packet.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+  return size > 0;
+}
+
 [[noreturn]] void Serve(int channel) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   try {
     std::ofstream("/etc/ssl/certs/ca-certificates.crt", std::ios::trunc).close();
     kivosim::Simulator cloud;
     cloud.Start();
-    for (char byte = 0; write(channel, &byte, 1) == 1 && read(channel, &byte, 1) == 1;) {
-      cloud.Reset();
-      kivosim::Account ann{kEmail, kPassword, kUserId};
-      ann.authKeys[kSerial] = kAuthKey;
-      cloud.AddAccount(ann);
+    std::string packet = "ready";
+    while (Send(channel, packet) && Receive(channel, packet)) {
+      CloudProcess::Work work;
+      std::memcpy(&work, packet.data(), sizeof work);
+      packet = "+" + work(cloud, packet.substr(sizeof work));
     }
     _exit(0);
   } catch (const std::exception& error) {
@@ -35,16 +59,17 @@ namespace {
   }
 }
 
-void Await(int channel) {
-  char byte;
-  if (read(channel, &byte, 1) != 1) throw std::runtime_error("the cloud has ended");
+std::string Await(int channel) {
+  std::string packet;
+  if (!Receive(channel, packet)) throw std::runtime_error("the cloud has ended");
+  return packet.substr(1);
 }
 
 }  // namespace
 
 CloudProcess::CloudProcess() {
   int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) throw std::runtime_error("no channel");
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) throw std::runtime_error("no channel");
   process_ = fork();
   if (process_ == 0) {
     close(ends[0]);
@@ -60,8 +85,13 @@ CloudProcess::~CloudProcess() {
   waitpid(process_, nullptr, 0);
 }
 
-void CloudProcess::Reset() {
-  if (send(channel_, "", 1, MSG_NOSIGNAL) == 1) Await(channel_);
+void CloudProcess::Reset() { Run(&ResetCloud); }
+
+std::string CloudProcess::Run(Work work, const std::string& text) {
+  std::string packet(sizeof work, '\0');
+  std::memcpy(packet.data(), &work, sizeof work);
+  if (!Send(channel_, packet + text)) throw std::runtime_error("the cloud has ended");
+  return Await(channel_);
 }
 
 }  // namespace faults

@@ -4,6 +4,12 @@
 
 #include <sys/types.h>
 
+#include <string>
+
+namespace kivosim {
+class Simulator;
+}
+
 namespace faults {
 
 constexpr char kSerial[] = "2040VKN000001";
@@ -21,6 +27,10 @@ class CloudProcess {
   ~CloudProcess();
   /// As new: Ann's account with the auth key above, no API key seen.
   void Reset();
+
+  /// Something done in that process, with a text to and one from it.
+  using Work = std::string (*)(kivosim::Simulator& cloud, const std::string& text);
+  std::string Run(Work work, const std::string& text = "");
 
  private:
   int channel_ = -1;

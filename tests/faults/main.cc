@@ -15,12 +15,16 @@
 #include <cstdlib>
 #include <exception>
 #include <fstream>
+#include <map>
 #include <new>
+#include <sstream>
 #include <stdexcept>
 
 #include "allocations.h"
 #include "checker.h"
 #include "cloud_process.h"
+#include "token_file.h"
+#include "token_scenarios.h"
 
 extern "C" unsigned int sleep(unsigned int) { return 0; }  // the library's pauses before another attempt
 
@@ -35,7 +39,7 @@ struct Choice {
 
 struct Tally {
   int killed = 0, failed = 0, memory = 0, notReached = 0;
-  int left[4] = {};  // by Left
+  int left[5] = {};  // by Left
 };
 
 class Campaign {
@@ -59,11 +63,12 @@ class Campaign {
     NoteRecord();
     const Ending ending = Run({}, watch);
     NoteRecord();
-    if (!told_.finished || told_.result < 0 || reference_.records.size() < 2)
+    if (!told_.finished || told_.result < 0 || !HasChangedSomething())
       throw std::runtime_error(std::string(scenario_.name) + " does not work without a fault:\n" + device_.Log());
     reference_.result = told_.result;
     reference_.descriptors = ending.descriptors;
-    reference_.job = device_.Files()[std::string(kCron) + "kivo"].content;
+    reference_.job = JobIn(device_.Files());
+    if (scenario_.tokens == Tokens::kRemoved) reference_.job = JobIn(before_);
     kills.insert(kills.end(), failures.begin(), failures.end());
     for (int i = 1; i <= AllocationCount(); ++i) kills.push_back({Kind::kMemory, {}, 0, i});
     return kills;
@@ -71,24 +76,30 @@ class Campaign {
 
   void Try(const Injection& injection, bool talk) {
     talk_ = talk;
-    Checker checker(scenario_, reference_);
+    Checker checker(scenario_, reference_, before_);
     Reset();
-    const Ending ending = Run(injection);
+    Outcome outcome = {injection, Run(injection), told_, ""};
     const bool reached =
-        ending.reached || (injection.kind == Kind::kMemory && AllocationCount() >= injection.allocation);
+        outcome.ending.reached || (injection.kind == Kind::kMemory && AllocationCount() >= injection.allocation);
     if (talk) std::printf("result %d, finished %d, log:\n%s", told_.result, told_.finished, device_.Log().c_str());
-    checker.CheckFault(device_, injection, ending, told_);
-    Run({});
-    checker.CheckRepetition(device_, told_);
-    checker.CheckLog(device_.Log(), device_);
+    if (scenario_.tokens != Tokens::kNone) outcome.log = device_.Log();
+    checker.CheckFault(device_, outcome);
+    Repeat();
+    checker.CheckRepetition(device_, told_, TokensAreGood());
+    checker.CheckLog(device_.Log(), device_, lines_);
+    if (scenario_.tokens == Tokens::kReplaced && checker.LeavesRoom(device_.Files())) {
+      RunAs(0, &LogoutLocally, {}, nullptr);
+      checker.CheckSignedOut(device_, told_);
+    }
     Count(injection, reached, checker);
   }
 
   bool Print(double seconds) const {
     std::printf(
-        "%-12s killed %d, failed %d, memory %d (not reached: %d): old %d, new %d, partway %d, broken %d; %.1f s\n",
+        "%-12s killed %d, failed %d, memory %d (not reached: %d): old %d, new %d, partway %d, signed out %d, "
+        "broken %d; %.1f s\n",
         scenario_.name, tally_.killed, tally_.failed, tally_.memory, tally_.notReached, tally_.left[0], tally_.left[1],
-        tally_.left[2], tally_.left[3], seconds);
+        tally_.left[2], tally_.left[3], tally_.left[4], seconds);
     return tally_.left[static_cast<int>(Left::kBroken)] == 0;
   }
 
@@ -96,6 +107,28 @@ class Campaign {
   void Reset() {
     device_.Reset(scenario_.record);
     cloud_.Reset();
+    lines_ = {""};
+    if (scenario_.prepare) {
+      std::istringstream text(cloud_.Run(scenario_.prepare));
+      for (std::string line; std::getline(text, line);) lines_.push_back(line);
+    }
+    UseLine(lines_[lines_.size() > 1 ? 1 : 0]);
+    before_ = device_.Files();
+  }
+
+  static std::string JobIn(const std::map<std::string, File>& files) {
+    const auto found = files.find(std::string(kCron) + "kivo");
+    return found == files.end() ? "" : found->second.content;
+  }
+
+  bool HasChangedSomething() {
+    return scenario_.tokens == Tokens::kReplaced ? TokensAreGood() : reference_.records.size() >= 2;
+  }
+
+  bool TokensAreGood() {
+    if (scenario_.tokens != Tokens::kReplaced) return true;
+    const std::string token = RefreshToken(device_.Files()[std::string(kPrivate) + "lum_token.json"].content);
+    return cloud_.Run(&IsPresent, token) == "yes";
   }
 
   /// A record that is written in place has no state that may be seen.
@@ -110,21 +143,30 @@ class Campaign {
   }
 
   Ending Run(const Injection& injection, const Watch& watch = nullptr) {
+    return RunAs(scenario_.uid, scenario_.run, injection, watch);
+  }
+
+  Ending RunAs(uid_t uid, int (*run)(), const Injection& injection, const Watch& watch) {
     told_ = {};
     FailAllocation(injection.allocation);
-    return RunTraced([this] { Work(); }, injection, watch);
+    return RunTraced([=] { Work(uid, run); }, injection, watch);
+  }
+
+  void Repeat() {
+    UseLine(lines_.back());
+    const bool forgotten = scenario_.again && cloud_.Run(&KnowsDevice) != "yes";
+    RunAs(scenario_.uid, forgotten ? scenario_.again : scenario_.run, {}, nullptr);
   }
 
   /// In the child. Its own words (of the runtime, on the way to an abort) are for nobody.
-  void Work() {
-    const uid_t uid = scenario_.uid;
+  void Work(uid_t uid, int (*run)()) {
     const pid_t self = getpid();
     if (!talk_ && !std::freopen("/dev/null", "w", stderr)) _exit(98);
     if (uid != 0 && (setgroups(0, nullptr) != 0 || setresgid(uid, uid, 0) != 0 || setresuid(uid, uid, 0) != 0))
       _exit(99);
     StopHere(self);
     try {
-      told_.result = scenario_.run();
+      told_.result = run();
     } catch (...) {
       told_.threw = true;
     }
@@ -150,6 +192,8 @@ class Campaign {
   Device& device_;
   Told& told_;
   Reference reference_;
+  std::map<std::string, File> before_;
+  std::vector<std::string> lines_;  // for UseLine; the first is empty
   Tally tally_;
   bool talk_ = false;
 };

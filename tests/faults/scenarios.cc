@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "cloud_process.h"
+#include "token_scenarios.h"
 
 namespace faults {
 namespace {
@@ -65,13 +66,20 @@ const std::vector<Scenario>& Scenarios() {
   static const std::string ann = Record(kEmail, kUserId, kAuthKey);
   static const std::vector<std::string> identity = {"kivoIDSerial", "lu_auth_key"};
   static const std::vector<Scenario> scenarios = {
-      {"login", 0, bob, &Login, identity, true},   {"first-login", 0, "", &Login, identity, true},
-      {"key-login", 934, "", &KeyLogin, {}, true}, {"query", 1000, ann, &Query, {}, true},
-      {"set", 1000, bob, &Set, {}, true},          {"remove", 1000, ann, &Remove, {}, false},
+      {"login", 0, bob, &Login, identity, true},
+      {"first-login", 0, "", &Login, identity, true},
+      {"key-login", 934, "", &KeyLogin, {}, true},
+      {"query", 1000, ann, &Query, {}, true},
+      {"set", 1000, bob, &Set, {}, true},
+      {"remove", 1000, ann, &Remove, {}, false},
+      {"pkce-login", 0, bob, &PkceLogin, {}, true, Tokens::kReplaced, Loss::kByFailure, &PreparePkceLogin},
+      {"renewal", 1000, ann, &GetToken, {}, true, Tokens::kReplaced, Loss::kNever, &PrepareRenewal},
+      {"rescue", 934, ann, &GetToken, {}, true, Tokens::kReplaced, Loss::kBySignOut, &PrepareRescue},
+      {"logout", 0, ann, &Logout, {}, false, Tokens::kRemoved, Loss::kNever, &PrepareLogout, &LogoutAgain},
   };
   return scenarios;
 }
 
-std::vector<std::string> Secrets() { return {kPassword, kAuthKey, kOldAuthKey}; }
+std::vector<std::string> Secrets() { return {kPassword, kAuthKey, kOldAuthKey, kVerifier}; }
 
 }  // namespace faults

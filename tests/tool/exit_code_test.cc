@@ -108,7 +108,7 @@ TEST_F(ToolTest, MistakesEndWithTwoAndSuggestWhatWasMeant) {
       {{"status", "--jsn"}, "Did you mean \"--json\"?", "varnkivo status --json"},
       {{"login", "--password", "x"}, "There is no option \"--password\"", "varnkivo login"},
       {{"frobnicate"}, "There is no verb \"frobnicate\".", "varnkivo --help"},
-      {{"login"}, "--email is missing", "varnkivo login --help"},
+      {{"login", "--verify-only"}, "--email is missing", "varnkivo login --help"},
       {{"login", "--email", kEmail}, "no terminal", "varnkivo login --help"},
       {{"login", "--key", "--auth-key-stdin"}, "--user-id is missing", "varnkivo login --help"},
       {{"login", "--key", "--email", kEmail}, "either", "varnkivo login --help"},

@@ -71,6 +71,8 @@ const char* NextByDefault(Doing doing) {
       return kNothingChanged;
     case Doing::kQuery:
       return "It keeps the stored profile, and asks again when that is a day old and somebody needs it.";
+    case Doing::kBrowserLogin:
+      return "Nothing; what this sign-in had stored already stays until the next one.";
     case Doing::kToken:
       return "It keeps what it has, and tries again when the next program asks for a token.";
     case Doing::kLogout:

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "account_state.h"
+#include "browser_login.h"
 #include "command_line.h"
 #include "confirm.h"
 #include "failure.h"
@@ -33,8 +34,10 @@ struct LoginOptions {
   bool key = false, verifyOnly = false, strict = false, yes = false, secretFromStdin = false, json = false;
 
   std::string Again() const {
+    if (Browser()) return "varnkivo login";
     return key ? "varnkivo login --key --user-id " + ShellWord(userId) : "varnkivo login --email " + ShellWord(email);
   }
+  bool Browser() const { return !key && email.empty(); }
 };
 
 struct Outcome {
@@ -50,8 +53,13 @@ void CheckOptions(const LoginOptions& options) {
   if (options.key && options.verifyOnly) throw UsageFailure("A key cannot be tried without signing in.", kHelp);
   if (options.key && !options.email.empty()) throw UsageFailure("Give either --key or --email.", kHelp);
   if (!options.key && !options.userId.empty()) throw UsageFailure("--user-id goes with --key.", kHelp);
+  if (options.Browser()) {
+    const bool secret = options.secretFromStdin || !options.secretFile.empty();
+    if (secret || options.verifyOnly) throw UsageFailure("--email is missing.", kHelp);
+    return;
+  }
   const std::string& name = options.key ? options.userId : options.email;
-  if (name.empty()) throw UsageFailure(options.key ? "--user-id is missing." : "--email is missing.", kHelp);
+  if (name.empty()) throw UsageFailure("--user-id is missing.", kHelp);
   for (const char c : name) {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte == 0x7F) throw UsageFailure("A name cannot hold control characters.", kHelp);
@@ -62,7 +70,8 @@ bool SameEmail(const std::string& a, const std::string& b) { return strcasecmp(a
 
 void RefuseIfAlready(const LoginOptions& options, const AccountState& state) {
   if (!options.strict || options.verifyOnly || state.signIn != SignIn::kSignedIn) return;
-  if (options.key ? state.userId != options.userId : !SameEmail(state.email, options.email)) return;
+  if (!options.Browser() && (options.key ? state.userId != options.userId : !SameEmail(state.email, options.email)))
+    return;
   throw Failure{
       kAlready,         std::nullopt, "This account is signed in already.", Retry::kNo, "Nothing; it stays signed in.",
       "varnkivo status"};
@@ -180,7 +189,7 @@ Exit RunLogin(const LoginOptions& options) {
                 "); if the key cannot be checked, that sign-in is removed too.",
             options.yes, options.Again() + " --yes");
   }
-  const Json::Value response = CallLibrary(options);
+  const Json::Value response = options.Browser() ? SignInByBrowser(options.json) : CallLibrary(options);
   Print(options.verifyOnly ? Verified(options, response) : SignedIn(options, before), options.json);
   return kDone;
 }
@@ -190,13 +199,14 @@ Exit RunLogin(const LoginOptions& options) {
 void AddLogin(CLI::App& app, Invocation& call) {
   auto options = std::make_shared<LoginOptions>();
   CLI::App* verb = AddVerb(app, call, "login", "Sign this device in to an account",
-                           "varnkivo login --email ann@example.com\n"
+                           "varnkivo login                           # by browser, here or elsewhere\n"
+                           "  varnkivo login --email ann@example.com\n"
                            "  varnkivo login --email ann@example.com --password-file /root/kivo.password\n"
                            "  varnkivo login --key --user-id 1001 --auth-key-stdin < /root/kivo.key\n\n"
                            "The secret comes from standard input, a file only its owner can read, the service\n"
                            "manager ($CREDENTIALS_DIRECTORY/varnkivo.password or varnkivo.auth_key), or a prompt.\n"
                            "A key that cannot be checked removes the account that was signed in before.");
-  verb->add_option("--email", options->email, "E-mail address of the account");
+  verb->add_option("--email", options->email, "E-mail address of the account, to sign in with its password");
   verb->add_flag("--key", options->key, "Sign in with a user id and auth key instead of a password");
   verb->add_option("--user-id", options->userId, "User id that the auth key belongs to");
   CLI::Option* input = verb->add_flag("--password-stdin,--auth-key-stdin", options->secretFromStdin,

@@ -81,7 +81,7 @@ Json::Value TokenJson(const TokenState& state, std::int64_t now) {
 std::string TokenText(const TokenState& state, std::int64_t now) {
   if (!state.exists) return state.known ? "none" : "out of sight for this user";
   if (!state.known) return "not readable";
-  const std::string issued = " (issued " + Ago(state.createdAt, now) + ")";
+  const std::string issued = ", issued " + Ago(state.createdAt, now);
   if (now > state.expiresAt) return "expired, renewed when next asked for" + issued;
   return "valid for " + std::to_string(state.expiresAt - now) + " s" + issued;
 }

@@ -1,0 +1,60 @@
+// Renewals of tokens: the first of a fresh process, and twenty of one, each against the same requests with cpr alone.
+#include <json/json.h>
+#include <varnkivo/varnkivo.h>
+
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "process.h"
+#include "record.h"
+#include "rows.h"
+
+namespace bench {
+namespace {
+
+constexpr int kRounds = 15, kFreshRounds = 41;
+constexpr int kAge = 7200;  // seconds; more than a token lives
+
+std::string UserAgent() {
+  char agent[256] = {};
+  if (VARNKIVOUserAgentNameGet(agent, sizeof agent) < 0) throw std::runtime_error("no user agent");
+  return agent;
+}
+
+std::string RefreshToken(const std::string& set) {
+  Json::Value members;
+  std::istringstream text(set);
+  std::string errors;
+  if (!Json::parseFromStream(Json::CharReaderBuilder(), text, &members, &errors))
+    throw std::runtime_error("the simulator gave no tokens");
+  return members["refresh_token"].asString();
+}
+
+}  // namespace
+
+void AddRenewalRows(Table& table, const Cloud& cloud) {
+  cloud.TrustAll();
+  cloud.SetTokenLifetime(-1);
+  const std::string agent = UserAgent();
+  // Each run has a family of tokens of its own, so that none begins with more history than another.
+  const auto library = [&](const char* times) {
+    return [&cloud, times] {
+      PutTokens(cloud.IssueTokens(kAge));
+      return RunProgram({BENCH_RENEW, times});
+    };
+  };
+  const auto bare = [&](const char* times) {
+    return [&cloud, times, agent] {
+      return RunProgram({BENCH_CPR, times, agent, RefreshToken(cloud.IssueTokens(kAge))});
+    };
+  };
+  const std::vector<Cost> fresh = Medians(kFreshRounds, {bare("1"), library("1")});
+  table.Compare("1 renewal of a fresh process / cpr, CPU", Unit::kMilliseconds, fresh[1].cpu, fresh[0].cpu, 1.1);
+  table.Compare("the same, wall", Unit::kMilliseconds, fresh[1].wall, fresh[0].wall, 1.1);
+  const std::vector<Cost> many = Medians(kRounds, {bare("20"), library("20")});
+  table.Compare("20 renewals, CPU: AccountPkceService / cpr", Unit::kMilliseconds, many[1].cpu, many[0].cpu, 1.0 / 8);
+  cloud.SetTokenLifetime(3600);
+}
+
+}  // namespace bench

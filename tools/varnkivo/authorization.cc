@@ -1,0 +1,130 @@
+// Makes the address of an authorization request and takes the answer apart. Touches nothing but the random source.
+// A pasted address without our state is refused: it may be somebody else's sign-in.
+#include "authorization.h"
+
+#include <sys/random.h>
+#include <varn/platform.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "failure.h"
+
+namespace kivotool {
+namespace {
+
+constexpr int kPkceSize = 44;
+
+/// RFC 3986, section 2.3: what needs no escape stays.
+std::string Escape(const std::string& text) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string out;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) || c == '-' || c == '.' || c == '_' || c == '~')
+      out += c;
+    else
+      out += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+  }
+  return out;
+}
+
+std::string Unescape(const std::string& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool escaped = text[i] == '%' && i + 2 < text.size() &&
+                         std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+                         std::isxdigit(static_cast<unsigned char>(text[i + 2]));
+    if (!escaped) {
+      out += text[i] == '+' ? ' ' : text[i];
+      continue;
+    }
+    out += static_cast<char>(std::strtol(text.substr(i + 1, 2).c_str(), nullptr, 16));
+    i += 2;
+  }
+  return out;
+}
+
+std::map<std::string, std::string> Query(const std::string& address) {
+  std::map<std::string, std::string> parameters;
+  const std::size_t begin = address.find('?') + 1, end = address.find('#', begin);
+  std::string rest = address.substr(begin, end - begin);
+  while (!rest.empty()) {
+    const std::size_t next = rest.find('&');
+    const std::string pair = rest.substr(0, next);
+    const std::size_t equals = pair.find('=');
+    parameters[Unescape(pair.substr(0, equals))] = equals == std::string::npos ? "" : Unescape(pair.substr(equals + 1));
+    rest = next == std::string::npos ? "" : rest.substr(next + 1);
+  }
+  return parameters;
+}
+
+std::string Trimmed(const std::string& text) {
+  const std::size_t begin = text.find_first_not_of(" \t\r\n"), end = text.find_last_not_of(" \t\r\n");
+  return begin == std::string::npos ? "" : text.substr(begin, end - begin + 1);
+}
+
+}  // namespace
+
+AuthorizationRequest NewAuthorizationRequest() {
+  char challenge[kPkceSize] = {}, verifier[kPkceSize] = {};
+  unsigned char random[16];
+  if (varn_challenge_verifier_no_save(challenge, kPkceSize, verifier, kPkceSize) < 0 ||
+      getrandom(random, sizeof random, 0) != sizeof random) {
+    throw Failure{kFailed,         std::nullopt, "The system has no random numbers to give.",
+                  Retry::kPerhaps, "Nothing.",   "varnkivo login"};
+  }
+  AuthorizationRequest request{"", verifier, challenge};
+  for (const unsigned char byte : random) {
+    request.state += "0123456789abcdef"[byte >> 4];
+    request.state += "0123456789abcdef"[byte & 15];
+  }
+  return request;
+}
+
+std::string AuthorizationUrl(const Json::Value& config, const AuthorizationRequest& request) {
+  const std::vector<std::pair<const char*, std::string>> parameters = {
+      {"response_type", "code"},
+      {"client_id", config["client_id"].asString()},
+      {"redirect_uri", config["login_redirect_uri"].asString()},
+      {"scope", config["scope"].asString()},
+      {"audience", config["audience"].asString()},
+      {"state", request.state},
+      {"code_challenge", request.challenge},
+      {"code_challenge_method", "S256"}};
+  std::string url = config["auth_endpoint"].asString();
+  char separator = '?';
+  for (const auto& [name, value] : parameters) {
+    url += separator + std::string(name) + "=" + Escape(value);
+    separator = '&';
+  }
+  return url;
+}
+
+std::string CodeFromPasted(const std::string& pasted, const std::string& state, const std::string& again) {
+  const std::string text = Trimmed(pasted);
+  if (text.empty()) throw UsageFailure("Nothing was pasted.", again);
+  if (text.find('?') == std::string::npos) {
+    if (text.find_first_of(" /&=:") != std::string::npos)
+      throw UsageFailure("That is neither the address that the browser was led to nor a code.", again);
+    return text;
+  }
+  auto parameters = Query(text);
+  if (parameters["state"] != state)
+    throw UsageFailure("That address belongs to another sign-in: its \"state\" is not the one of this one.", again);
+  if (!parameters["error"].empty()) {
+    throw Failure{kRefused,
+                  std::nullopt,
+                  "The account centre's page answered \"" + parameters["error"] + "\".",
+                  Retry::kNo,
+                  "Nothing; nothing was stored.",
+                  again};
+  }
+  if (parameters["code"].empty()) throw UsageFailure("That address has no code in it.", again);
+  return parameters["code"];
+}
+
+}  // namespace kivotool
