@@ -21,8 +21,9 @@ struct ParamPkceLogin {
   std::string redirectUri;   ///< that of the authorization request
 };
 
-/// Owns the token client "lum". Failures are KivoExceptions with the codes of PkceClient, and 1 for a scope that cannot
-/// be split.
+/// Owns the token client "lum". Failures are KivoExceptions with the codes of PkceClient; 8 and 20, construction
+/// included, where serial number or MAC cannot be read; 1 for a scope that cannot be split; and those of the record (6,
+/// 19) and of the account query where these are part of the call.
 class KIVO_API AccountPkceService {
  public:
   /// The hosts that ServerInfo gives. Throws KivoException 2 when
@@ -50,7 +51,8 @@ class KIVO_API AccountPkceService {
   std::string GetAccessToken() const;
   std::string GetIdToken() const;
   /// Tells the account host, then clears what the device knows of the account. A refusal leaves every file in place and
-  /// throws its code.
+  /// throws its code. The host is sent an access token: where none can be had, that failure is thrown and nothing is
+  /// sent, and a rescue that fails on the way has signed the device out already, which ends in 22.
   void Logout() const;
   /// Clears record, report job and every "*_token.json". Failures are logged, never thrown.
   void LogoutLocal() const;

@@ -19,11 +19,13 @@ class PkceClientImpl;
 /// effective id than 0 and 934 an access raises the effective ids of the whole process to 0 and restores them.
 ///
 /// Failures are KivoExceptions: 1 a name or value that cannot be used, 2 not JSON or not stored, 5 no usable answer,
-/// 6 ids not raised, 14 the refresh token was refused, 22 no token file, a member missing, or a lock not obtained.
-/// A failed call leaves the token file as it was.
+/// 6 ids not raised for a save, or no user agent, 14 the refresh token was refused, 22 no token file (or none that this
+/// user may read), a member missing, or a lock not obtained. A failed renewal leaves the token file as it was; one
+/// whose answer has all three tokens is stored, whatever else is wrong with it.
 class KIVO_API PkceClient {
  public:
-  /// `name`: 1 to 128 of A-Z a-z 0-9 . _ -, not starting with a dot; other names fail in each call.
+  /// `name`: 1 to 128 of A-Z a-z 0-9 . _ -, not starting with a dot; under another name everything that would touch the
+  /// file fails.
   explicit PkceClient(const std::string& name);
   PkceClient(const PkceClient&) = delete;
   PkceClient& operator=(const PkceClient&) = delete;

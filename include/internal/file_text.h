@@ -2,6 +2,8 @@
 #ifndef VARNKIVO_INTERNAL_FILE_TEXT_H_
 #define VARNKIVO_INTERNAL_FILE_TEXT_H_
 
+#include "internal/wiped.h"
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -13,7 +15,7 @@ constexpr std::size_t kMostFileBytes = 4u << 20;
 enum class Links { kFollow, kRefuse };
 
 /// All of a regular file of at most kMostFileBytes; otherwise nothing and errno. Never waits for a fifo or a device.
-std::optional<std::string> ReadFileText(const char* path, Links links);
+std::optional<Wiped> ReadFileText(const char* path, Links links);
 /// All of `text`, over short writes and signals. False with errno.
 bool WriteAll(int file, const std::string& text);
 

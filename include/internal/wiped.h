@@ -11,6 +11,9 @@ namespace varnkivo {
 /// A password or what holds one. Reserve before appending: a text that grows leaves its old memory behind as it was.
 struct Wiped : std::string {
   using std::string::string;
+  explicit Wiped(std::string&& text) : std::string(text.data(), text.size()) {
+    explicit_bzero(text.data(), text.capacity());
+  }
   Wiped(const Wiped&) = default;
   Wiped& operator=(const Wiped&) = default;
   ~Wiped() { explicit_bzero(data(), capacity()); }

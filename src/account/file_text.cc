@@ -11,11 +11,14 @@
 namespace varnkivo {
 namespace {
 
-std::optional<std::string> ReadAll(int file) {
-  std::string text;
+/// `expected` bytes or so: a text that grows would leave its old memory behind as it was.
+std::optional<Wiped> ReadAll(int file, std::size_t expected) {
+  Wiped text;
+  if (expected <= kMostFileBytes) text.reserve(expected + 1);
   char block[8192];
   for (;;) {
     const ssize_t length = read(file, block, sizeof block);
+    if (length <= 0) explicit_bzero(block, sizeof block);
     if (length == 0) return text;
     if (length < 0 && errno == EINTR) continue;
     if (length < 0) return std::nullopt;
@@ -29,13 +32,13 @@ std::optional<std::string> ReadAll(int file) {
 
 }  // namespace
 
-std::optional<std::string> ReadFileText(const char* path, Links links) {
+std::optional<Wiped> ReadFileText(const char* path, Links links) {
   const int file = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | (links == Links::kRefuse ? O_NOFOLLOW : 0));
   if (file < 0) return std::nullopt;
   struct stat facts = {};
-  std::optional<std::string> text;
+  std::optional<Wiped> text;
   if (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode))
-    text = ReadAll(file);
+    text = ReadAll(file, static_cast<std::size_t>(facts.st_size));
   else
     errno = EINVAL;
   const int error = errno;

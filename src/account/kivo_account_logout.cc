@@ -3,6 +3,7 @@
 #include "account_pkce_service.h"
 #include "internal/guard.h"
 #include "internal/log.h"
+#include "internal/redact.h"
 #include "kivo_exception.h"
 #include "varnkivo.h"
 
@@ -25,7 +26,7 @@ int VARNKIVOAccountLogout(bool remote) {
       return 0;
     } catch (const varnkivo::KivoException& error) {
       VARNKIVOErrSet(error.GetCode());
-      varnkivo::LogError({kSource, kFailureLine}, "Failed to logout: %s", error.what());
+      varnkivo::LogError({kSource, kFailureLine}, "Failed to logout: %s", varnkivo::Redact(error.what()).c_str());
       return -1;
     }
   });

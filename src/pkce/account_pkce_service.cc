@@ -46,7 +46,7 @@ std::string Text(const Json::Value& object, const char* name, KIVO_ERRCODE other
 }  // namespace
 
 AccountPkceServiceImpl::AccountPkceServiceImpl(const std::string& accountHost, const std::string& identityHost)
-    : AccountServiceImpl(accountHost, identityHost) {
+    : AccountService(accountHost, identityHost) {
   client_.SetPkceConfig(GetLoginPkceConfig());
 }
 

@@ -3,7 +3,7 @@
 #define VARNKIVO_PKCE_ACCOUNT_PKCE_SERVICE_IMPL_H_
 
 #include "account_pkce_service.h"
-#include "account_service_impl.h"
+#include "account_service.h"
 #include "pkce_client.h"
 
 #include <json/json.h>
@@ -12,7 +12,7 @@
 
 namespace varnkivo {
 
-class AccountPkceServiceImpl : public AccountServiceImpl {
+class AccountPkceServiceImpl : public AccountService {
  public:
   AccountPkceServiceImpl(const std::string& accountHost, const std::string& identityHost);
 

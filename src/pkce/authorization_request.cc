@@ -4,10 +4,9 @@
 #include "kivo_exception.h"
 #include "varn/platform.h"
 
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
-
 #include <string.h>
+
+#include <algorithm>
 
 namespace varnkivo {
 namespace {
@@ -26,14 +25,14 @@ PkcePair NewPkcePair() {
 }
 
 void AddScopes(Pairs& form, const std::string& scope) {
-  std::vector<std::string> words;
   try {
-    boost::algorithm::split(words, scope, boost::algorithm::is_any_of(" "));
+    for (std::size_t begin = 0, end; begin < scope.size(); begin = end + 1) {
+      end = std::min(scope.find(' ', begin), scope.size());
+      if (end > begin) form.emplace_back("scopes[]", scope.substr(begin, end - begin));
+    }
   } catch (const std::exception&) {
     throw KivoException(KIVO_ERR_BAD_PARAM, "Failed to split scope: " + scope);
   }
-  for (const std::string& word : words)
-    if (!word.empty()) form.emplace_back("scopes[]", word);
 }
 
 }  // namespace varnkivo

@@ -9,6 +9,7 @@
 #include "internal/log.h"
 #include "internal/redact.h"
 #include "internal/string_utils.h"
+#include "internal/wiped.h"
 #include "kivo_exception.h"
 #include "lum_service.h"
 #include "pkce_client_impl.h"
@@ -45,7 +46,7 @@ class OperationLock {
 }
 
 std::string TemplateText(const Json::Value& tmpl, const char* key) {
-  const std::optional<std::string> text = tmpl.isObject() ? TextMember(tmpl, key) : std::nullopt;
+  const std::optional<std::string> text = tmpl.isObject() || tmpl.isNull() ? TextMember(tmpl, key) : std::nullopt;
   if (!text) throw KivoException(KIVO_ERR_BAD_JSON);
   return *text;
 }
@@ -62,14 +63,14 @@ std::string PkceClientImpl::GetToken(const char* key) const {
   const TokenFile file(name_);
   const OperationLock lock(name_, "_get_token");
   const TokenSet tokens = file.Read();
-  return (tokens.IsExpired(time(nullptr)) ? RenewToken() : tokens).Get(key);
+  return (tokens.IsTokenExpired(time(nullptr)) ? RenewToken() : tokens).GetPkceTokenVal(key);
 }
 
 TokenSet PkceClientImpl::RenewToken() const {
   const OperationLock lock(name_, "_renew_token");
   const std::string clientId = RequireHeaderValue(GetConfigVal("client_id"), KIVO_ERR_BAD_PARAM);
   const std::string endpoint = GetConfigVal("token_endpoint");
-  const std::string refreshToken = TokenFile(name_).Read().Get("refresh_token");
+  const Wiped refreshToken(TokenFile(name_).Read().GetPkceTokenVal("refresh_token"));
   PendingTokenFile pending(name_, kSource);
   const WebAnswer answer =
       WebPost(endpoint, {{"X-Client-ID", clientId}},
@@ -140,7 +141,7 @@ std::optional<TokenSet> PkceClientImpl::FindNewer(const std::string& spent) cons
   if (file.IsGone()) return file.Read();
   try {
     TokenSet now = file.Read();
-    if (now.Get("refresh_token") != spent) return now;
+    if (now.GetPkceTokenVal("refresh_token") != spent) return now;
   } catch (const KivoException&) {
     return std::nullopt;  // what cannot be read is worth less than the new set
   }
@@ -148,7 +149,8 @@ std::optional<TokenSet> PkceClientImpl::FindNewer(const std::string& spent) cons
 }
 
 std::string PkceClientImpl::GetConfigVal(const char* key) const {
-  const std::optional<std::string> text = config_.isObject() ? TextMember(config_, key) : std::nullopt;
+  const bool readable = config_.isObject() || config_.isNull();  // none was set: every member is empty
+  const std::optional<std::string> text = readable ? TextMember(config_, key) : std::nullopt;
   if (!text) throw KivoException(KIVO_ERR_BAD_PARAM);
   return *text;
 }

@@ -7,6 +7,7 @@
 #include "internal/file_text.h"
 #include "internal/json_utils.h"
 #include "internal/privilege_bracket.h"
+#include "internal/wiped.h"
 #include "kivo_exception.h"
 
 #include <dirent.h>
@@ -21,6 +22,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <new>
+#include <sstream>
 
 namespace varnkivo {
 namespace {
@@ -80,11 +83,17 @@ void SyncDirectory() {
   close(directory);
 }
 
-std::string Serialise(const Json::Value& value) {
+/// On one line, with its comments left out: one of the server's would take the rest of the line with it.
+Wiped Serialise(const Json::Value& value) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
+  builder["commentStyle"] = "None";
   builder["emitUTF8"] = true;
-  return Json::writeString(builder, value) + "\n";
+  std::ostringstream out;
+  std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter())->write(value, &out);
+  out << '\n';
+  if (!out) throw std::bad_alloc();  // a stream does not let it through, and would give half a text
+  return Wiped(out.str());
 }
 
 }  // namespace
@@ -112,7 +121,7 @@ bool TokenFile::Exists() const {
 }
 
 TokenSet TokenFile::Read() const {
-  std::optional<std::string> text;
+  std::optional<Wiped> text;
   bool exists = false;
   {
     const PrivilegeBracket bracket(kSource);
@@ -128,14 +137,14 @@ TokenSet TokenFile::Read() const {
 }
 
 PendingTokenFile::PendingTokenFile(const std::string& client, Site site)
-    : client_(client), target_(TokenFile(client).GetPath()) {
+    : client_(client), target_(TokenFile(client).GetTokenFilePath()) {
   const PrivilegeBracket bracket(site);
   RequireEntered(bracket, site);
   RemoveLeftovers(client_);
-  std::string path = InPrivateDirectory(client_ + ",XXXXXX" + kSuffix);
-  file_ = mkostemps(path.data(), static_cast<int>(std::string(kSuffix).size()), O_CLOEXEC);  // 0600 from the start
+  path_ = InPrivateDirectory(client_ + ",XXXXXX" + kSuffix);
+  file_ = mkostemps(path_.data(), static_cast<int>(std::string(kSuffix).size()), O_CLOEXEC);  // 0600 from the start
   if (file_ < 0) Fail();
-  path_ = path;
+  fchmod(file_, kPrivateMode);                                  // also where the umask takes more than it should
   flock(file_, LOCK_EX | LOCK_NB);                              // in use, however long the answer takes
   if (fchown(file_, kAccountUid, kAccountGid) != 0) errno = 0;  // Save says so when it fails there, too
   if (Allocate(file_)) return;
@@ -158,7 +167,7 @@ void PendingTokenFile::Fail() const {
 }
 
 void PendingTokenFile::Save(const TokenSet& tokens, Site site) {
-  const std::string text = Serialise(tokens.GetMembers());
+  const Wiped text = Serialise(tokens.GetMembers());
   if (text.size() > kMostFileBytes) Fail();  // it could not be read again
   const PrivilegeBracket bracket(site);
   RequireEntered(bracket, site);

@@ -19,7 +19,7 @@ class TokenFile {
   /// Throws KivoException 1 for a name that IsClientName refuses.
   explicit TokenFile(const std::string& client);
 
-  const std::string& GetPath() const { return path_; }
+  const std::string& GetTokenFilePath() const { return path_; }
   /// Whether it can be opened for reading.
   bool Exists() const;
   /// Whether nothing has its name: another process has signed the device out.
@@ -31,8 +31,8 @@ class TokenFile {
   std::string path_;
 };
 
-/// Room for a token set, taken before a token or code is spent for it: on a full disk nothing must be asked for that
-/// could not be kept.
+/// Room for a token set, taken before a refresh token or a code is spent for it: what could not be kept must not be
+/// asked for.
 class PendingTokenFile {
  public:
   /// Creates "CLIENT,RANDOM_token.json" beside the token file and allocates 64 KiB for it. What a crash left of earlier

@@ -7,12 +7,13 @@
 
 #include <boost/lexical_cast.hpp>
 
+#include <algorithm>
 #include <utility>
 
 namespace varnkivo {
 namespace {
 
-/// RFC 3629. The JSON writer would replace other bytes, and the token would be another one.
+/// RFC 3629; other bytes are no JSON, and no reader has to take them.
 bool IsUtf8(const std::string& text) {
   std::size_t at = 0;
   while (at < text.size()) {
@@ -35,6 +36,12 @@ bool IsUtf8(const std::string& text) {
   return true;
 }
 
+/// A token with a control character could neither be sent in a header nor, with a NUL, be read back.
+bool IsUsable(const std::string& token) {
+  const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
+  return IsUtf8(token) && std::none_of(token.begin(), token.end(), isControl);
+}
+
 }  // namespace
 
 TokenSet::TokenSet(Json::Value members) : members_(std::move(members)) {
@@ -44,12 +51,12 @@ TokenSet::TokenSet(Json::Value members) : members_(std::move(members)) {
 bool TokenSet::IsComplete(const Json::Value& answer) {
   for (const char* name : {"access_token", "id_token", "refresh_token"}) {
     if (!HasMember(answer, name)) return false;
-    if (answer[name].isString() && !IsUtf8(answer[name].asString())) return false;
+    if (answer[name].isString() && !IsUsable(answer[name].asString())) return false;
   }
   return true;
 }
 
-std::string TokenSet::Get(const char* key) const {
+std::string TokenSet::GetPkceTokenVal(const char* key) const {
   if (!members_.isMember(key)) throw KivoException(KIVO_ERR_TOKEN, std::string("Failed to get key: ") + key);
   const std::optional<std::string> text = TextMember(members_, key);
   if (!text) throw KivoException(KIVO_ERR_BAD_JSON);
@@ -57,8 +64,8 @@ std::string TokenSet::Get(const char* key) const {
 }
 
 std::int64_t TokenSet::GetExpiredAt() const {
-  const auto createdAt = boost::lexical_cast<std::int32_t>(Get("created_at"));
-  return std::int64_t{createdAt} + boost::lexical_cast<std::int32_t>(Get("expires_in"));
+  const auto createdAt = boost::lexical_cast<std::int32_t>(GetPkceTokenVal("created_at"));
+  return std::int64_t{createdAt} + boost::lexical_cast<std::int32_t>(GetPkceTokenVal("expires_in"));
 }
 
 }  // namespace varnkivo

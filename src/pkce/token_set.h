@@ -15,15 +15,15 @@ class TokenSet {
   /// JSON object.
   explicit TokenSet(Json::Value members);
 
-  /// Whether `answer` has all three tokens, as texts that a file can hold unchanged.
+  /// Whether `answer` has all three tokens; those that are texts must be UTF-8 without control characters.
   static bool IsComplete(const Json::Value& answer);
 
   /// The member as text. Throws KivoException 22 where it is absent, 2 where it is an object or an array.
-  std::string Get(const char* key) const;
+  std::string GetPkceTokenVal(const char* key) const;
   /// Seconds since the epoch. Throws std::bad_cast where "created_at" or "expires_in" is no whole number of 32 bits.
   std::int64_t GetExpiredAt() const;
   /// The second of the expiry itself still counts as valid.
-  bool IsExpired(std::int64_t now) const { return now > GetExpiredAt(); }
+  bool IsTokenExpired(std::int64_t now) const { return now > GetExpiredAt(); }
   const Json::Value& GetMembers() const { return members_; }
 
  private:

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <new>
 #include <string_view>
 
 namespace varnkivo {
@@ -24,13 +25,23 @@ constexpr std::size_t kMostBytes = 16u << 20;
 class WebSession {
  public:
   cpr::Session& Get() { return session_; }
+  /// After a request whose end was reached; a session that was left in the middle of one is of no more use.
+  void Finished() { finished_ = true; }
   bool Forget() noexcept {
+    const bool good = finished_;
+    finished_ = false;
     try {
       session_.RemoveContent();
       session_.SetHeader({});
       session_.SetParameters({});
-      curl_easy_setopt(session_.GetCurlHolder()->handle, CURLOPT_COOKIELIST, "ALL");
-      return session_.GetCurlHolder()->handle != nullptr;
+      session_.SetUrl({});
+      cpr::CurlHolder& holder = *session_.GetCurlHolder();
+      curl_easy_setopt(holder.handle, CURLOPT_HTTPHEADER, nullptr);
+      curl_easy_setopt(holder.handle, CURLOPT_URL, nullptr);
+      curl_easy_setopt(holder.handle, CURLOPT_COOKIELIST, "ALL");
+      curl_slist_free_all(holder.chunk);  // the session would keep the headers until its next request
+      holder.chunk = nullptr;
+      return good && holder.handle;
     } catch (...) {
       return false;
     }
@@ -38,6 +49,24 @@ class WebSession {
 
  private:
   cpr::Session session_;
+  bool finished_ = false;
+};
+
+/// Collects a body. libcurl is no place for an exception to pass through.
+struct Collector {
+  std::string& body;
+  bool outOfMemory = false;
+
+  bool Take(std::string_view block) noexcept {
+    if (block.size() > kMostBytes - body.size()) return false;
+    try {
+      body.append(block);
+      return true;
+    } catch (const std::bad_alloc&) {
+      outOfMemory = true;
+      return false;
+    }
+  }
 };
 
 cpr::Header ToHeader(const Pairs& headers) { return cpr::Header(headers.begin(), headers.end()); }
@@ -68,13 +97,13 @@ WebAnswer Exchange(const std::string& url, const Pairs& headers, Send send) {
   session.SetRedirect(cpr::Redirect{kMostRedirects});
   session.SetVerifySsl(cpr::VerifySsl{true});
   session.SetSslOptions(cpr::Ssl(cpr::ssl::CaInfo{kTrustStore}));
-  session.SetWriteCallback(cpr::WriteCallback{[&](const std::string_view& block, std::intptr_t) {
-    if (block.size() > kMostBytes - answer.body.size()) return false;
-    answer.body.append(block);
-    return true;
-  }});
+  Collector collector{answer.body};
+  session.SetWriteCallback(
+      cpr::WriteCallback{[&](const std::string_view& block, std::intptr_t) { return collector.Take(block); }});
   SetHandleOptions(session.GetCurlHolder()->handle);
   const cpr::Response response = send(session);
+  kept->Finished();
+  if (collector.outOfMemory) throw std::bad_alloc();
   answer.arrived = response.error.code == cpr::ErrorCode::OK;
   answer.code = static_cast<int>(response.error.code);
   answer.message = response.error.message;

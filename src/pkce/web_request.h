@@ -2,15 +2,30 @@
 #ifndef VARNKIVO_PKCE_WEB_REQUEST_H_
 #define VARNKIVO_PKCE_WEB_REQUEST_H_
 
+#include <string.h>
+
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace varnkivo {
 
-using Pairs = std::vector<std::pair<std::string, std::string>>;
+/// Names and values, in order; the values, secrets among them, are overwritten when it goes.
+struct Pairs : std::vector<std::pair<std::string, std::string>> {
+  using std::vector<std::pair<std::string, std::string>>::vector;
+  Pairs(const Pairs&) = default;
+  Pairs& operator=(const Pairs&) = default;
+  ~Pairs() {
+    for (auto& pair : *this) explicit_bzero(pair.second.data(), pair.second.capacity());
+  }
+};
 
 struct WebAnswer {
+  WebAnswer() = default;
+  WebAnswer(WebAnswer&&) = default;
+  WebAnswer& operator=(WebAnswer&&) = default;
+  ~WebAnswer() { explicit_bzero(body.data(), body.capacity()); }
+
   bool arrived = false;  // false: `code` and `message` say why there is no status and no body
   int code = 0;          // of the transport
   std::string message;

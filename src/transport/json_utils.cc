@@ -38,7 +38,7 @@ Json::Value ParseAnswer(const std::string& text) {
 }
 
 Json::Value ReadJsonFile(const std::string& path) {
-  const std::optional<std::string> text = ReadFileText(path.c_str(), Links::kFollow);
+  const std::optional<Wiped> text = ReadFileText(path.c_str(), Links::kFollow);
   Json::Value value;
   if (!text || !ParseJson(*text, value)) throw KivoException(KIVO_ERR_BAD_JSON);
   return value;

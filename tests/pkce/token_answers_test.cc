@@ -1,9 +1,13 @@
 // Answers of the token endpoint that are no token set, and disks that hold none: what each leaves behind.
 #include <gmock/gmock.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <utime.h>
 
 #include <varnkivo/file_lock.h>
+#include <varnkivo/kivo_exception.h>
 
 #include "token_bench.h"
 
@@ -68,6 +72,67 @@ TEST(TokenAnswer, HasItsCodeAndKeepsTheFileUnlessItIsASet) {
           << last;
     }
 }
+
+TEST(TokenAnswer, WithCommentsIsAFileThatCanBeReadAndWithControlCharactersIsNone) {
+  const struct {
+    std::string body, result;
+  } rows[] = {
+      {"// a\n{ // b\n\"access_token\":\"a\", // c\n\"id_token\":\"i\",\"refresh_token\":\"r\",\"expires_in\":60}",
+       "a"},
+      {R"({"access_token":"a\u0000b","id_token":"i","refresh_token":"r","expires_in":60})", "code 22"},
+      {R"({"access_token":"a\r\nX: 1","id_token":"i","refresh_token":"r","expires_in":60})", "code 22"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.body);
+    TokenBench bench;
+    bench.StoreTokens(2 * kHour);
+    const std::string before = FakePlatform::Read(kTokenFile);
+    bench.cloud.AnswerAll(200, row.body);
+    const auto client = bench.Client();
+    EXPECT_EQ(row.result, Result([&] { return client->GetAccessToken(); }).substr(0, row.result.size()));
+    EXPECT_EQ(row.result != "a", before == FakePlatform::Read(kTokenFile));
+    if (row.result == "a") {
+      EXPECT_EQ("i", client->GetIdToken()) << "from the file";
+    }
+  }
+}
+
+#ifndef __SANITIZE_THREAD__  // which knows no threads, such as libcurl's, in the child of a process that has threads
+/// Renews with the `k`-th allocation failing, and once more: 0 well, 1 not, 2 well and there are no more allocations.
+int RenewTwice(TokenBench& bench, int k) {
+  const auto client = bench.Client();
+  bench.device.FailAllocation(k);
+  try {
+    client->GetAccessToken();
+  } catch (const std::bad_alloc&) {
+  } catch (const varnkivo::KivoException&) {
+  }
+  const bool failed = bench.device.AllocationFailed();
+  const bool well = Result([&] { return client->GetAccessToken(); }) == "a" && TokenFiles().size() == 1;
+  return well ? (failed ? 0 : 2) : 1;
+}
+
+TEST(TokenAnswer, AnAllocationThatFailsBreaksNoLaterRequest) {
+  TokenBench bench;
+  bench.StoreTokens(2 * kHour);
+  const std::string more(100000, 'x');
+  bench.cloud.AnswerAll(
+      200, R"({"access_token":"a","id_token":"i","refresh_token":"r","expires_in":-1,"more":")" + more + "\"}");
+  int status = 0;
+  for (int k = 1; k < 2000 && !HasFailure() && WEXITSTATUS(status) != 2; ++k) {
+    const pid_t child = fork();
+    if (child == 0) {
+      fclose(stderr);
+      _exit(RenewTwice(bench, k));
+    }
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) ? WTERMSIG(status) == SIGABRT : WEXITSTATUS(status) != 1)
+        << k << ": " << status << " (only varnkivo::format may end the process)";
+    for (const std::string& name : TokenFiles())  // what such an end leaves
+      if (name != "lum_token.json") unlink((std::string(kPrivateFolder) + "/" + name).c_str());
+  }
+  EXPECT_EQ(2, WEXITSTATUS(status));
+}
+#endif
 
 TEST(TokenAnswer, ThatDoesNotArriveIsCodeFiveWithTheTransportsWords) {
   const std::string endless(17u << 20, 'x');
@@ -176,7 +241,7 @@ TEST(TokenSave, StepThatFailsHasItsCodeAndTheOtherOnesAreOnlyLogged) {
     std::string result, log;
   } rows[] = {
       {"rename", 0, "code 2: ", std::string("..//include/internal/json_utils Failed to save json: ") + kTokenFile},
-      {"fchmod", 0, "token",
+      {"fchmod", 1, "token",
        std::string("pkce_client Failed to chmod, path=") + kTokenFile + ", reason=Operation not permitted"},
       {"fchown", 1, "token",
        std::string("pkce_client Failed to chown, path=") + kTokenFile + ", reason=Operation not permitted"}};
