@@ -5,6 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "process.h"
 #include "record.h"
@@ -44,16 +45,19 @@ void AddRenewalRows(Table& table, const Cloud& cloud) {
       return RunProgram({BENCH_RENEW, times});
     };
   };
-  const auto bare = [&](const char* times) {
-    return [&cloud, times, agent] {
-      return RunProgram({BENCH_CPR, times, agent, RefreshToken(cloud.IssueTokens(kAge))});
+  const auto bare = [&](const char* times, bool kept) {
+    return [&cloud, times, kept, agent] {
+      std::vector<std::string> command = {BENCH_CPR, times, agent, RefreshToken(cloud.IssueTokens(kAge))};
+      if (kept) command.emplace_back("kept");
+      return RunProgram(command);
     };
   };
-  const std::vector<Cost> fresh = Medians(kFreshRounds, {bare("1"), library("1")});
+  const std::vector<Cost> fresh = Medians(kFreshRounds, {bare("1", false), library("1")});
   table.Compare("1 renewal of a fresh process / cpr, CPU", Unit::kMilliseconds, fresh[1].cpu, fresh[0].cpu, 1.1);
   table.Compare("the same, wall", Unit::kMilliseconds, fresh[1].wall, fresh[0].wall, 1.1);
-  const std::vector<Cost> many = Medians(kRounds, {bare("20"), library("20")});
+  const std::vector<Cost> many = Medians(kRounds, {bare("20", false), library("20"), bare("20", true)});
   table.Compare("20 renewals, CPU: AccountPkceService / cpr", Unit::kMilliseconds, many[1].cpu, many[0].cpu, 1.0 / 8);
+  table.Show("20 renewals, CPU: cpr with a session kept / cpr", Unit::kMilliseconds, many[2].cpu, many[0].cpu);
   cloud.SetTokenLifetime(3600);
 }
 

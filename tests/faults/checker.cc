@@ -1,5 +1,5 @@
-// The rules. Nothing here knows an operation: records are compared with those that the operation itself passes through,
-// a job with the one it leaves.
+// The rules. What is random is known by what it is made of; all else is compared with what the operation itself passes
+// through and leaves. Of operations these rules know what they do with tokens, and no more.
 #include "checker.h"
 
 #include <sys/stat.h>
@@ -44,6 +44,15 @@ bool IsTemporary(const std::string& name) {
 
 bool IsKill(const Injection& injection) { return injection.kind == Kind::kKill || injection.kind == Kind::kKillAfter; }
 
+/// Whether the process was refused memory in what ends it then, as it promises.
+bool EndsByPromise(const Outcome& outcome) {
+  return outcome.injection.kind == Kind::kMemory && !outcome.told.finished && WIFSIGNALED(outcome.ending.status) &&
+         FailedAllocation().find("varnkivo::format<") != std::string::npos;
+}
+
+/// Empty, or room that nothing has been written to.
+bool SaysNothing(const std::string& content) { return content.find_first_not_of('\0') == std::string::npos; }
+
 bool IsOperationLock(const std::string& path) {
   for (const char* name : {"query_info", "lum_get_token", "lum_renew_token", "lum_exchange_token", "lum_save_token"})
     if (path == std::string("/tmp/account_") + name + ".lock") return true;
@@ -84,13 +93,14 @@ void Checker::CheckFault(const Device& device, const Outcome& outcome) {
   const Told& told = outcome.told;
   const auto record = device.Record();
   const Files files = device.Files();
+  ended_ = IsKill(injection) || EndsByPromise(outcome);
   CheckRecord(record, outcome);
   if (scenario_.tokens == Tokens::kReplaced) CheckReplacedTokens(record, files);
   if (scenario_.tokens == Tokens::kRemoved) CheckRemovedTokens(record, files, outcome);
-  CheckFiles(files, IsKill(injection),
-             injection.kind == Kind::kFail && NameOf(injection.at.call).rfind("unlink", 0) == 0);
-  if (IsKill(injection)) return;
-  CheckProcess(injection, outcome.ending, told);
+  CheckFiles(files, injection.kind == Kind::kFail && NameOf(injection.at.call).rfind("unlink", 0) == 0);
+  if (ended_) return;
+  CheckProcess(outcome.ending, told);
+  if (injection.kind == Kind::kMemory && !complaints_.empty()) Complain("memory was refused in " + FailedAllocation());
   if (!told.finished || told.result < 0 || !scenario_.resultTells) return;
   CheckSuccess(record);
   if (scenario_.tokens == Tokens::kReplaced && TokensOf(files) != TokenState::kNew)
@@ -106,7 +116,7 @@ void Checker::CheckRecord(const std::optional<std::string>& record, const Outcom
   } else {
     left_ = Left::kPartway;
     if (std::find(allowed.begin(), allowed.end(), record) != allowed.end()) return;
-    const bool failed = !IsKill(outcome.injection) && outcome.told.finished && outcome.told.result < 0;
+    const bool failed = !ended_ && outcome.told.finished && outcome.told.result < 0;
     if (!record && failed && scenario_.loss == Loss::kByFailure) return;
     if (!record && failed && scenario_.loss == Loss::kBySignOut && outcome.log.find(kSignOut) != std::string::npos)
       left_ = Left::kSignedOut;
@@ -134,22 +144,20 @@ void Checker::CheckRemovedTokens(const std::optional<std::string>& record, const
   const std::size_t tokens = TokenFilesIn(files).size(), all = TokenFilesIn(before_).size();
   const bool job = files.count(kJob) != 0;
   left_ = record && job && tokens == all ? Left::kOld : !record && !job && tokens == 0 ? Left::kNew : Left::kPartway;
-  if (left_ != Left::kPartway) return;
   const bool inOrder = (!record || job) && (!job || tokens == all);
-  if (inOrder && (IsKill(outcome.injection) || !outcome.told.finished || outcome.told.result < 0)) return;
   const int undone = (record ? 1 : 0) + (job ? 1 : 0) + (tokens != 0 ? 1 : 0);
-  if (IsKill(outcome.injection) || outcome.told.result < 0 || undone != 1)
+  const bool succeeded = !ended_ && outcome.told.finished && outcome.told.result >= 0;
+  if (succeeded ? undone > 1 : !inOrder)
     Complain(std::string("partway, with") + (record ? " record" : "") + (job ? " job" : "") + " and " +
              std::to_string(tokens) + " token files");
+  if (succeeded && undone == 1 && outcome.log.find("ailed") == std::string::npos)
+    Complain(std::string("nothing is logged of what stays: ") + (record ? "record" : job ? "job" : "token files"));
 }
 
-void Checker::CheckProcess(const Injection& injection, const Ending& ending, const Told& told) {
+void Checker::CheckProcess(const Ending& ending, const Told& told) {
   if (ending.hung) return Complain("it hangs");
-  if (!told.finished && WIFSIGNALED(ending.status)) {
-    const std::string place = injection.kind == Kind::kMemory ? FailedAllocation() : "";
-    if (place.find("varnkivo::format<") != std::string::npos) return;  // that one promises to end the process
-    return Complain("it crashes, signal " + std::to_string(WTERMSIG(ending.status)) + "\n" + place);
-  }
+  if (!told.finished && WIFSIGNALED(ending.status))
+    return Complain("it crashes, signal " + std::to_string(WTERMSIG(ending.status)));
   if (!told.finished) return Complain("it ends the process, status " + std::to_string(ending.status));
   if (told.threw) Complain("an exception leaves the function");
   if (told.result != reference_.result && told.result != -1) Complain("the result is " + std::to_string(told.result));
@@ -169,32 +177,32 @@ void Checker::CheckSuccess(const std::optional<std::string>& record) {
       Complain("success, with the record's line: " + Line(record.value_or(""), key));
 }
 
-void Checker::CheckFiles(const Files& files, bool killed, bool removalFailed) {
+void Checker::CheckFiles(const Files& files, bool removalFailed) {
   for (const auto& [path, file] : files) {
     const auto isIn = [&at = path](const std::string& folder) { return at.rfind(folder, 0) == 0; };
     if (isIn(kPrivate)) {
-      CheckPrivateFile(path, file, killed, removalFailed);
+      CheckPrivateFile(path, file, removalFailed);
     } else if (IsOperationLock(path)) {
       if (file.mode != kLockFile || !file.content.empty()) Complain(path + ": " + Facts(file));
     } else if (path == kJob) {
       if (file.mode != kPublicFile || file.uid != 0 || file.gid != 0 || file.content != reference_.job)
         Complain(path + ": " + Facts(file));
-    } else if (!killed || !isIn(std::string(kCron) + ".")) {
+    } else if (!ended_ || !isIn(std::string(kCron) + ".")) {
       Complain("left behind: " + path);
     }
   }
 }
 
-void Checker::CheckPrivateFile(const std::string& path, const File& file, bool killed, bool removalFailed) {
+void Checker::CheckPrivateFile(const std::string& path, const File& file, bool removalFailed) {
   const std::string name = path.substr(path.rfind('/') + 1);
   const bool isLock = name == ".user.conf.lock" || name == ".api_key.lock";
   // Killed before it could give a file away that has nothing in it yet: no harm is done.
-  const bool isNew = killed && IsTemporary(name) && file.content.empty();
+  const bool isNew = ended_ && IsTemporary(name) && file.content.empty();
   if (file.mode != kPrivateFile || ((file.uid != kAccountId || file.gid != kAccountId) && !isNew))
     Complain("not private: " + path + ": " + Facts(file));
   if (name == "user.conf" || IsTokens(name)) return;
   const bool whole = isLock ? file.content.empty() : name == "api_key" && IsKey(file.content);
-  const bool mayStay = IsTemporary(name) && (killed || (removalFailed && file.content.empty()));
+  const bool mayStay = IsTemporary(name) && (ended_ || (removalFailed && SaysNothing(file.content)));
   if (!whole && !mayStay) Complain("broken or left behind: " + path + ": " + Facts(file));
 }
 
@@ -253,7 +261,7 @@ void Checker::CheckLog(const std::string& log, const Device& device, std::vector
   for (const std::string& secret : secrets) {
     const std::size_t at = secret.empty() ? std::string::npos : log.find(secret.substr(0, kMayShow + 1));
     if (at != std::string::npos)
-      Complain("a secret in the log: ..." + log.substr(at - std::min<std::size_t>(at, 80), 160));
+      return Complain("a secret in the log: ..." + log.substr(at - std::min<std::size_t>(at, 80), 160));
   }
 }
 

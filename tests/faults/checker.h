@@ -64,10 +64,10 @@ class Checker {
   void CheckRecord(const std::optional<std::string>& record, const Outcome& outcome);
   void CheckReplacedTokens(const std::optional<std::string>& record, const Files& files);
   void CheckRemovedTokens(const std::optional<std::string>& record, const Files& files, const Outcome& outcome);
-  void CheckProcess(const Injection& injection, const Ending& ending, const Told& told);
+  void CheckProcess(const Ending& ending, const Told& told);
   void CheckSuccess(const std::optional<std::string>& record);
-  void CheckFiles(const Files& files, bool killed, bool removalFailed);
-  void CheckPrivateFile(const std::string& path, const File& file, bool killed, bool removalFailed);
+  void CheckFiles(const Files& files, bool removalFailed);
+  void CheckPrivateFile(const std::string& path, const File& file, bool removalFailed);
   void CheckNothingLeft(const Device& device);
   TokenState TokensOf(const Files& files) const;
   void Complain(const std::string& what) { complaints_.push_back(what); }
@@ -76,6 +76,7 @@ class Checker {
   const Reference& reference_;
   const Files& before_;
   Left left_ = Left::kOld;
+  bool ended_ = false;  // the process was ended on purpose, in the midst of its work
   std::vector<std::string> complaints_;
 };
 

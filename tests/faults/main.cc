@@ -76,8 +76,8 @@ class Campaign {
 
   void Try(const Injection& injection, bool talk) {
     talk_ = talk;
-    Checker checker(scenario_, reference_, before_);
     Reset();
+    Checker checker(scenario_, reference_, before_);
     Outcome outcome = {injection, Run(injection), told_, ""};
     const bool reached =
         outcome.ending.reached || (injection.kind == Kind::kMemory && AllocationCount() >= injection.allocation);
