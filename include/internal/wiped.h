@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <string>
+#include <utility>
 
 namespace varnkivo {
 
@@ -15,6 +16,7 @@ struct Wiped : std::string {
     explicit_bzero(text.data(), text.capacity());
   }
   Wiped(const Wiped&) = default;
+  Wiped(Wiped&& other) noexcept : std::string(std::move(other)) {}
   Wiped& operator=(const Wiped&) = default;
   ~Wiped() { explicit_bzero(data(), capacity()); }
 };

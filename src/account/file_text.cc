@@ -11,6 +11,16 @@
 namespace varnkivo {
 namespace {
 
+/// Keeps errno.
+struct Closer {
+  int file;
+  ~Closer() {
+    const int error = errno;
+    close(file);
+    errno = error;
+  }
+};
+
 /// `expected` bytes or so: a text that grows would leave its old memory behind as it was.
 std::optional<Wiped> ReadAll(int file, std::size_t expected) {
   Wiped text;
@@ -35,16 +45,11 @@ std::optional<Wiped> ReadAll(int file, std::size_t expected) {
 std::optional<Wiped> ReadFileText(const char* path, Links links) {
   const int file = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | (links == Links::kRefuse ? O_NOFOLLOW : 0));
   if (file < 0) return std::nullopt;
+  const Closer closer{file};
   struct stat facts = {};
-  std::optional<Wiped> text;
-  if (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode))
-    text = ReadAll(file, static_cast<std::size_t>(facts.st_size));
-  else
-    errno = EINVAL;
-  const int error = errno;
-  close(file);
-  errno = error;
-  return text;
+  if (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode)) return ReadAll(file, static_cast<std::size_t>(facts.st_size));
+  errno = EINVAL;
+  return std::nullopt;
 }
 
 bool WriteAll(int file, const std::string& text) {

@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <optional>
 #include <random>
 
@@ -36,9 +37,9 @@ int Create(const char* path) {
   const std::string text = path, folder = text.substr(0, text.rfind('/') + 1);
   const int file = open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kMode);
   if (file < 0) return errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL ? CreateNamed(path) : -1;
-  const std::string unnamed = "/proc/self/fd/" + std::to_string(file);
-  if (fchmod(file, kMode) == 0 && linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path, AT_SYMLINK_FOLLOW) == 0)
-    return file;
+  char unnamed[32];
+  std::snprintf(unnamed, sizeof unnamed, "/proc/self/fd/%d", file);
+  if (fchmod(file, kMode) == 0 && linkat(AT_FDCWD, unnamed, AT_FDCWD, path, AT_SYMLINK_FOLLOW) == 0) return file;
   const int error = errno;
   close(file);
   if (error != EEXIST) return CreateNamed(path);

@@ -8,10 +8,12 @@
 #include "account_state.h"
 #include "command_line.h"
 #include "confirm.h"
+#include "device_files.h"
 #include "failure.h"
 #include "output.h"
 #include "spinner.h"
 #include "text.h"
+#include "token_state.h"
 
 namespace kivotool {
 namespace {
@@ -36,6 +38,11 @@ void Ask(const LogoutOptions& options, const AccountState& state) {
 Failure LogoutFailure(int code, const LogoutOptions& options) {
   Failure failure = Explain(code, {Situation::Doing::kLogout, options.Again(), "", ""});
   if (!options.local && failure.exit == kUnreachable) failure.run = "varnkivo logout  (or, without it: --local)";
+  if (!options.local &&
+      failure.exit == kRefused) {  // it may be that an earlier sign-out was cut off after the server's yes
+    failure.cause = "The account centre does not know this device's sign-in, or no longer.";
+    failure.run = "varnkivo logout --local";
+  }
   return failure;
 }
 
@@ -53,6 +60,19 @@ void Print(const LogoutOptions& options, const AccountState& before, bool alread
   }
 }
 
+/// The library goes on whatever fails in the clean-up, and does not tell.
+void RequireNothingLeft() {
+  for (const std::string& path : {std::string(kRecordPath), std::string(kJobPath), TokenPath("lum")}) {
+    if (!LookAt(path).exists) continue;
+    throw Failure{kFailed,
+                  std::nullopt,
+                  "Signed out, but " + path + " could not be removed (a plug-in that failed, or a read-only disk).",
+                  Retry::kPerhaps,
+                  "Nothing; the file stays there.",
+                  "varnkivo logout --local --yes"};
+  }
+}
+
 Exit RunLogout(const LogoutOptions& options) {
   const AccountState before = ReadAccountState();
   const bool already = before.signIn == SignIn::kSignedOut;
@@ -66,13 +86,7 @@ Exit RunLogout(const LogoutOptions& options) {
     code = VARNKIVOErrGet();
   }
   if (result != 0) throw LogoutFailure(code, options);
-  if (ReadAccountState().signIn != SignIn::kSignedOut)
-    throw Failure{kFailed,
-                  std::nullopt,
-                  "The account record could not be removed (a plug-in that failed, or a read-only disk).",
-                  Retry::kPerhaps,
-                  "Nothing; the record is still there.",
-                  "grep varnkivo /var/log/syslog"};
+  RequireNothingLeft();
   Print(options, before, already);
   return kDone;
 }
