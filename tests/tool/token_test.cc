@@ -41,6 +41,20 @@ TEST_F(ToolTest, ATokenIsPrintedInTheFormAskedFor) {
   EXPECT_EQ(2, Tool({"token", "--format", "xml"}).exit);
 }
 
+TEST_F(ToolTest, AProgramGetsATokenInItsEnvironmentAndNowhereElse) {
+  ASSERT_EQ(0, LogIn().exit);
+  const kivosim::TokenSet set = SignInWithToken(Cloud(), std::chrono::seconds(60));
+  const Result ran = Tool(
+      {"exec", "--", "/bin/sh", "-c", "echo $VARNKIVO_ACCESS_TOKEN $1; cat /proc/$$/cmdline; exit 7", "-", "--json"});
+  EXPECT_EQ(7, ran.exit);
+  EXPECT_EQ(set.accessToken + " --json\n", ran.out.substr(0, ran.out.find('\n') + 1));
+  EXPECT_THAT(ran.out.substr(ran.out.find('\n')), Not(HasSubstr(set.accessToken)));
+  const Result none = Tool({"exec", "--", "/no/such/program"});
+  EXPECT_EQ(2, none.exit);
+  EXPECT_THAT(none.err, HasSubstr("could not be run: No such file"));
+  EXPECT_EQ(2, Tool({"exec"}).exit);
+}
+
 TEST_F(ToolTest, StatusShowsTheTokensAgeAndNeverTheToken) {
   EXPECT_EQ("none", Parse(Tool({"status", "--json"}).out)["token"]["state"].asString());
   const kivosim::TokenSet set = SignInWithToken(Cloud(), std::chrono::hours(2));

@@ -112,6 +112,7 @@ void DefineCommandLine(CLI::App& app, Invocation& call) {
   AddLogin(app, call);
   AddLogout(app, call);
   AddToken(app, call);
+  AddExec(app, call);
   AddStatus(app, call);
   AddWhoami(app, call);
   AddIsSignedIn(app, call);

@@ -19,6 +19,7 @@ struct Invocation {
 // One function a verb: adds it, with its options, help and example.
 void AddLogin(CLI::App& app, Invocation& call);
 void AddLogout(CLI::App& app, Invocation& call);
+void AddExec(CLI::App& app, Invocation& call);
 void AddToken(CLI::App& app, Invocation& call);
 void AddStatus(CLI::App& app, Invocation& call);
 void AddWhoami(CLI::App& app, Invocation& call);

@@ -15,7 +15,7 @@ namespace {
 
 using Doing = Situation::Doing;
 
-constexpr char kAnyLogin[] = "varnkivo login --email YOU@EXAMPLE.COM";
+constexpr char kAnyLogin[] = "varnkivo login";
 constexpr char kLog[] = "grep varnkivo /var/log/syslog";
 constexpr char kNothingChanged[] = "Nothing; what was stored before is unchanged.";
 

@@ -1,18 +1,13 @@
 // `token`: prints a valid token of this device, renewed where it has expired. The token goes to stdout and nowhere
 // else. A token is a secret: the formats exist so that scripts need not put it on a command line.
-#include <varnkivo/account_pkce_service.h>
-#include <varnkivo/kivo_exception.h>
-
 #include <cstdio>
 #include <ctime>
 #include <memory>
-#include <typeinfo>
 
-#include "account_state.h"
 #include "command_line.h"
+#include "device_token.h"
 #include "failure.h"
 #include "output.h"
-#include "spinner.h"
 #include "text.h"
 #include "token_state.h"
 
@@ -20,7 +15,6 @@ namespace kivotool {
 namespace {
 
 constexpr char kDevice[] = "lum";
-constexpr int kSeconds = 30 + 4 * 30;  // the lock, then a renewal, a grant, its exchange and a sign-out
 
 struct TokenOptions {
   std::string format = "token";
@@ -29,40 +23,6 @@ struct TokenOptions {
 };
 
 std::string Again(const TokenOptions& options) { return options.id ? "varnkivo token --id" : "varnkivo token"; }
-
-/// The sign-in may have ended in the middle: the library signs the device out when nothing can rescue the token.
-Failure TokenFailure(const varnkivo::KivoException& error, const TokenOptions& options, const AccountState& before) {
-  if (before.signIn == SignIn::kSignedIn && ReadAccountState().signIn != SignIn::kSignedIn) {
-    Failure failure = NotSignedInFailure();
-    failure.libraryCode = error.GetCode();
-    failure.cause = "The account centre no longer accepts this device: it has been signed out.";
-    return failure;
-  }
-  if (before.signIn != SignIn::kSignedIn && error.GetCode() == KIVO_ERR_TOKEN) {
-    Failure failure = NotSignedInFailure();
-    failure.libraryCode = error.GetCode();
-    return failure;
-  }
-  return Explain(error.GetCode(), {Situation::Doing::kToken, Again(options), error.what(), ""});
-}
-
-std::string Fetch(const TokenOptions& options, bool quiet) {
-  const AccountState before = ReadAccountState();
-  try {
-    const Spinner spinner("Asking for a token", kSeconds, !quiet);
-    const varnkivo::AccountPkceService service;
-    return options.id ? service.GetIdToken() : service.GetAccessToken();
-  } catch (const varnkivo::KivoException& error) {
-    throw TokenFailure(error, options, before);
-  } catch (const std::bad_cast&) {
-    throw Failure{kFailed,
-                  std::nullopt,
-                  "The stored token has no usable lifetime.",
-                  Retry::kNo,
-                  "Nothing; it cannot tell when to renew it.",
-                  "varnkivo logout --local"};
-  }
-}
 
 void RequireValidity(const TokenOptions& options, const TokenState& state, std::int64_t now) {
   const std::int64_t left = state.expiresAt - now;
@@ -92,7 +52,7 @@ void Print(const TokenOptions& options, const std::string& token, const TokenSta
 }
 
 Exit RunToken(const TokenOptions& options) {
-  const std::string token = Fetch(options, options.format == "json");
+  const std::string token = FetchDeviceToken(options.id, Again(options), options.format == "json");
   const TokenState state = ReadTokenState(kDevice);
   const std::int64_t now = std::time(nullptr);
   RequireValidity(options, state, now);

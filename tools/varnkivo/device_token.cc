@@ -1,0 +1,54 @@
+// Asks the library for a token and finds the words where it has none. The token itself is never part of a failure.
+#include "device_token.h"
+
+#include <varnkivo/account_pkce_service.h>
+#include <varnkivo/kivo_exception.h>
+
+#include <typeinfo>
+
+#include "account_state.h"
+#include "failure.h"
+#include "spinner.h"
+
+namespace kivotool {
+namespace {
+
+constexpr int kSeconds = 30 + 4 * 30;  // the lock, then a renewal, a grant, its exchange and a sign-out
+
+/// The sign-in may have ended in the middle: the library signs the device out when nothing can rescue the token.
+Failure TokenFailure(const varnkivo::KivoException& error, const std::string& again, const AccountState& before) {
+  if (before.signIn == SignIn::kSignedIn && ReadAccountState().signIn != SignIn::kSignedIn) {
+    Failure failure = NotSignedInFailure();
+    failure.libraryCode = error.GetCode();
+    failure.cause = "The account centre no longer accepts this device: it has been signed out.";
+    return failure;
+  }
+  if (before.signIn != SignIn::kSignedIn && error.GetCode() == KIVO_ERR_TOKEN) {
+    Failure failure = NotSignedInFailure();
+    failure.libraryCode = error.GetCode();
+    return failure;
+  }
+  return Explain(error.GetCode(), {Situation::Doing::kToken, again, error.what(), ""});
+}
+
+}  // namespace
+
+std::string FetchDeviceToken(bool id, const std::string& again, bool quiet) {
+  const AccountState before = ReadAccountState();
+  try {
+    const Spinner spinner("Asking for a token", kSeconds, !quiet);
+    const varnkivo::AccountPkceService service;
+    return id ? service.GetIdToken() : service.GetAccessToken();
+  } catch (const varnkivo::KivoException& error) {
+    throw TokenFailure(error, again, before);
+  } catch (const std::bad_cast&) {
+    throw Failure{kFailed,
+                  std::nullopt,
+                  "The stored token has no usable lifetime.",
+                  Retry::kNo,
+                  "Nothing; it cannot tell when to renew it.",
+                  "varnkivo logout --local"};
+  }
+}
+
+}  // namespace kivotool
