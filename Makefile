@@ -1,7 +1,9 @@
 # The commands of every day. Each first installs what is missing, so that a fresh machine needs no other step.
 #
 #   make demo     a tour of the library against the simulated cloud, in a private view of this machine
+#   make console  the device's account page against the simulated cloud, until Ctrl-C (examples/console)
 #   make test     builds everything and runs all tests; TESTS=REGEX runs those whose names match
+#   make test-browser   a sign-in in a headless browser; its pictures of every page are in build/dev/screenshots
 #   make faults   every fault at every place of each operation: five to ten minutes (`make test` tries a part)
 #   make bench    the benchmarks, with the build that ships
 #   make format   lays out the C and C++ files
@@ -16,7 +18,7 @@ BUILD = build/$(PRESET)
 privileged = $(shell [ "$$(id -u)" = 0 ] || sudo -n true 2>/dev/null && echo yes)$(VARNKIVO_SANDBOX)
 sources = git ls-files -z --cached --others --exclude-standard -- '*.h' '*.cc' '*.c' | xargs -0 -r clang-format
 
-.PHONY: build demo test faults bench format check-format clean
+.PHONY: build demo console test test-browser faults bench format check-format clean
 
 build:
 	@scripts/bootstrap
@@ -26,9 +28,18 @@ build:
 demo: build
 	@$(if $(privileged),,VARNKIVO_SANDBOX=user) VARNKIVO_BUILD=$(CURDIR)/$(BUILD) scripts/sandbox scripts/demo
 
+console: TARGET = varnkivo-console varnkivo-sim varnkivo_tool
+console: build
+	@$(if $(privileged),,VARNKIVO_SANDBOX=user) VARNKIVO_BUILD=$(CURDIR)/$(BUILD) scripts/sandbox examples/console/run
+
 test: build
 	@$(if $(privileged),:,echo 'make test needs root, or sudo without a password: owners and ids are tested for real' >&2; exit 1)
 	@ctest --test-dir $(BUILD) -j $(JOBS) -R '$(TESTS)' --no-tests=error --output-on-failure
+
+test-browser: TARGET = varnkivo-sim varnkivo_tool varnkivo-console
+test-browser: build
+	@scripts/bootstrap --browser
+	@VARNKIVO_BUILD=$(CURDIR)/$(BUILD) scripts/sandbox tests/browser/test_browser.py
 
 faults: build
 	@for part in 1 2; do scripts/sandbox $(BUILD)/tests/faults/varnkivo-faults --sample $$part/2 $(FAULTS) & ids="$$ids $$!"; done; \

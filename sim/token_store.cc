@@ -11,6 +11,7 @@
 namespace kivosim {
 namespace {
 
+constexpr std::chrono::minutes kTicketLife{10};
 constexpr std::chrono::minutes kCodeLife{10};
 constexpr std::chrono::seconds kTokenLife{3600};
 constexpr std::chrono::seconds kMostLife{std::chrono::hours(24 * 36500)};  // longer ones are as good as endless
@@ -64,6 +65,25 @@ void TokenStore::PassTime(std::chrono::seconds time) {
 }
 
 TokenStore::Time TokenStore::Now() const { return RealClock::now().time_since_epoch() + passed_; }
+
+// Tickets ------------------------------------------------------------------------------------------------------------
+
+std::string TokenStore::IssueTicket(std::string userId, std::string boundTo) {
+  const std::string text = RandomText(40);
+  const std::lock_guard<std::mutex> lock(mutex_);
+  tickets_[text] = Ticket{std::move(userId), std::move(boundTo), Now() + kTicketLife};
+  return text;
+}
+
+std::optional<std::string> TokenStore::UseTicket(const std::string& text, const std::string& boundTo) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = tickets_.find(text);
+  if (found == tickets_.end()) return std::nullopt;
+  const Ticket ticket = found->second;
+  tickets_.erase(found);
+  const bool good = Now() <= ticket.expires && boundTo == ticket.boundTo;
+  return good ? std::optional<std::string>(ticket.userId) : std::nullopt;
+}
 
 // Codes --------------------------------------------------------------------------------------------------------------
 
@@ -201,6 +221,7 @@ void TokenStore::Reset() {
   const std::lock_guard<std::mutex> lock(mutex_);
   AddDefaultClients();
   passed_ = Time(0);
+  tickets_.clear();
   codes_.clear();
   families_.clear();
   present_.clear();

@@ -58,6 +58,11 @@ class TokenStore {
   void SetLifetime(std::chrono::seconds lifetime, const std::string& clientId);
   void PassTime(std::chrono::seconds time);  ///< as if codes and access tokens were so much older
 
+  /// Stands for a right password until the person has consented: good for 10 minutes, for one use, and only for the
+  /// authorization request `boundTo`.
+  std::string IssueTicket(std::string userId, std::string boundTo);
+  /// Whose it was. Whatever comes of it, the ticket is used up.
+  std::optional<std::string> UseTicket(const std::string& ticket, const std::string& boundTo);
   std::string IssueCode(CodeGrant grant);  ///< good for 10 minutes and one use
   /// A second use of a code revokes what the first one gave.
   TokenOutcome ExchangeCode(const CodeUse& use);
@@ -86,6 +91,10 @@ class TokenStore {
     Time expires;
     std::size_t family = 0;  // not 0: used, and what it gave
   };
+  struct Ticket {
+    std::string userId, boundTo;
+    Time expires;
+  };
   struct Access {
     std::size_t family;
     Time expires;
@@ -103,6 +112,7 @@ class TokenStore {
   Time passed_{0};
   std::map<std::string, OAuthClient> clients_;
   std::map<std::string, std::chrono::seconds> lifetimes_;  // by client; "": of the others
+  std::map<std::string, Ticket> tickets_;
   std::map<std::string, Code> codes_;
   std::vector<TokenFamily> families_;                 // by number; its refreshHash is made for listings only
   std::vector<std::string> present_;                  // the present refresh token of each family

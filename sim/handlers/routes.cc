@@ -15,6 +15,7 @@ const std::vector<Route>& Routes() {
     AddPasswordLogin(all);
     AddLaunch(all);
     AddUserQuery(all);
+    AddCallbacks(all);
     AddAuthorize(all);
     AddToken(all);
     AddEndSession(all);

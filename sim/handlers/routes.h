@@ -33,6 +33,7 @@ Reply Dispatch(const Request& request, CloudState& state);
 void AddPasswordLogin(std::vector<Route>& routes);
 void AddLaunch(std::vector<Route>& routes);
 void AddUserQuery(std::vector<Route>& routes);
+void AddCallbacks(std::vector<Route>& routes);
 void AddAuthorize(std::vector<Route>& routes);
 void AddToken(std::vector<Route>& routes);
 void AddEndSession(std::vector<Route>& routes);
