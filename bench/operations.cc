@@ -10,10 +10,11 @@
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
-#include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 
+#include "programs/store_by_hand.h"
 #include "programs/token_by_hand.h"
 
 namespace bench {
@@ -43,16 +44,8 @@ void GetByHand(unsigned int) {
 void Set(unsigned int turn) { varnkivo::User().SetName(turn % 2 == 0 ? "Ann Example" : "Anna Example"); }
 
 void SetByHand(unsigned int turn) {
-  char text[430];  // the size of the record
-  std::memset(text, turn % 2 == 0 ? 'a' : 'b', sizeof text);
-  const int file = open(BENCH_FOLDER "/by-hand.new", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  const bool written = file >= 0 && write(file, text, sizeof text) == sizeof text && fsync(file) == 0;
-  close(file);
-  Check(written && rename(BENCH_FOLDER "/by-hand.new", BENCH_FOLDER "/by-hand") == 0, "writing by hand");
-  const int folder = open(BENCH_FOLDER, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const bool synced = folder >= 0 && fsync(folder) == 0;
-  close(folder);
-  Check(synced, "writing by hand");
+  constexpr std::size_t kRecordSize = 430;
+  Check(StoreByHand(std::string(kRecordSize, turn % 2 == 0 ? 'a' : 'b')), "writing by hand");
 }
 
 void CachedQuery(unsigned int) {

@@ -45,17 +45,17 @@ void AddRenewalRows(Table& table, const Cloud& cloud) {
       return RunProgram({BENCH_RENEW, times});
     };
   };
-  const auto bare = [&](const char* times, bool kept) {
-    return [&cloud, times, kept, agent] {
-      std::vector<std::string> command = {BENCH_CPR, times, agent, RefreshToken(cloud.IssueTokens(kAge))};
-      if (kept) command.emplace_back("kept");
-      return RunProgram(command);
+  const auto cpr = [&](const char* times, const char* mode) {
+    return [&cloud, times, mode, agent] {
+      return RunProgram({BENCH_CPR, times, agent, RefreshToken(cloud.IssueTokens(kAge)), mode});
     };
   };
-  const std::vector<Cost> fresh = Medians(kFreshRounds, {bare("1", false), library("1")});
+  const std::vector<Cost> fresh = Medians(kFreshRounds, {cpr("1", "bare"), library("1"), cpr("1", "stored")});
   table.Compare("1 renewal of a fresh process / cpr, CPU", Unit::kMilliseconds, fresh[1].cpu, fresh[0].cpu, 1.1);
   table.Compare("the same, wall", Unit::kMilliseconds, fresh[1].wall, fresh[0].wall, 1.1);
-  const std::vector<Cost> many = Medians(kRounds, {bare("20", false), library("20"), bare("20", true)});
+  table.Show("1 renewal of a fresh process / cpr and a file, CPU", Unit::kMilliseconds, fresh[1].cpu, fresh[2].cpu);
+  table.Show("the same, wall", Unit::kMilliseconds, fresh[1].wall, fresh[2].wall);
+  const std::vector<Cost> many = Medians(kRounds, {cpr("20", "bare"), library("20"), cpr("20", "kept")});
   table.Compare("20 renewals, CPU: AccountPkceService / cpr", Unit::kMilliseconds, many[1].cpu, many[0].cpu, 1.0 / 8);
   table.Show("20 renewals, CPU: cpr with a session kept / cpr", Unit::kMilliseconds, many[2].cpu, many[0].cpu);
   cloud.SetTokenLifetime(3600);

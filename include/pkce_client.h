@@ -6,11 +6,13 @@
 
 #include <json/json.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
 namespace varnkivo {
 
+class AccountPkceServiceImpl;
 class PkceClientImpl;
 
 /// The token set lies in "/usr/varn/etc/varnholt-account/private/NAME_token.json" (0600, owner 934:934): the token
@@ -31,7 +33,7 @@ class KIVO_API PkceClient {
   PkceClient& operator=(const PkceClient&) = delete;
   virtual ~PkceClient();
 
-  /// What FormatPkceConfig gives. The getters and ExchangeToken need it.
+  /// What FormatPkceConfig gives. The getters and ExchangeToken need it. To be set before threads share the object.
   void SetPkceConfig(const Json::Value& config);
   /// Whether the token file can be opened for reading.
   bool HasTokenFile() const;
@@ -46,6 +48,11 @@ class KIVO_API PkceClient {
   Json::Value FormatPkceConfig(const Json::Value& tmpl) const;
 
  private:
+  friend class AccountPkceServiceImpl;
+  /// The same, but stores the set only if it is still `wanted` when it is there; throws KivoException 22 otherwise.
+  void ExchangeToken(const std::string& code, const std::string& codeVerifier, const std::string& redirectUri,
+                     const std::function<bool()>& wanted) const;
+
   std::unique_ptr<PkceClientImpl> impl_;
 };
 

@@ -1,6 +1,6 @@
-// bench_cpr N AGENT REFRESH_TOKEN [kept]: renews tokens N times with cpr alone, each with a session of its own, as a
-// program does that knows nothing of trust stores, or all with one that keeps the parsed trust store and nothing else.
-// Nothing is stored; each answer is looked at for the next refresh token only.
+// bench_cpr N AGENT REFRESH_TOKEN bare|stored|kept: renews tokens N times with cpr alone. Each time with a session of
+// its own, as a program does that knows nothing of trust stores; "stored" also keeps each answer in a file, "kept"
+// keeps one session for all, and in it the parsed trust store and nothing else.
 #include <cpr/cpr.h>
 
 #include <cstdio>
@@ -9,6 +9,7 @@
 #include <string>
 
 #include "request.h"
+#include "store_by_hand.h"
 
 namespace {
 
@@ -30,16 +31,18 @@ void KeepTrustStore(cpr::Session& session) {
   curl_easy_setopt(handle, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
 }
 
-std::string Renew(cpr::Session& session, bool kept, const std::string& refreshToken, const std::string& agent) {
+std::string Renew(cpr::Session& session, const std::string& mode, const std::string& refreshToken,
+                  const std::string& agent) {
   session.SetUrl(cpr::Url{bench::kTokenEndpoint});
   session.SetUserAgent(cpr::UserAgent{agent});
   session.SetHeader(cpr::Header{{"X-Client-ID", bench::kClientId}});
   session.SetSslOptions(cpr::Ssl(cpr::ssl::CaInfo{"/etc/ssl/certs/ca-certificates.crt"}));
   session.SetPayload(
       cpr::Payload{{"grant_type", "refresh_token"}, {"refresh_token", refreshToken}, {"client_id", bench::kClientId}});
-  if (kept) KeepTrustStore(session);
+  if (mode == "kept") KeepTrustStore(session);
   const cpr::Response response = session.Post();
-  if (response.status_code == 200) return Find(response.text, "refresh_token");
+  if (response.status_code == 200 && (mode != "stored" || bench::StoreByHand(response.text)))
+    return Find(response.text, "refresh_token");
   std::fprintf(stderr, "bench_cpr: status %ld, %s\n", response.status_code, response.error.message.c_str());
   return "";
 }
@@ -47,13 +50,13 @@ std::string Renew(cpr::Session& session, bool kept, const std::string& refreshTo
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4 && argc != 5) return 2;
-  const bool kept = argc == 5;
+  if (argc != 5) return 2;
   std::string refreshToken = argv[3];
+  const std::string mode = argv[4];
   std::optional<cpr::Session> session;
   for (int left = std::atoi(argv[1]); left > 0; --left) {
-    if (!session || !kept) session.emplace();
-    const std::string next = Renew(*session, kept, refreshToken, argv[2]);
+    if (!session || mode != "kept") session.emplace();
+    const std::string next = Renew(*session, mode, refreshToken, argv[2]);
     if (next.empty() || next == refreshToken) return 1;
     refreshToken = next;
   }

@@ -2,6 +2,8 @@
 // Touches nothing. It scans instead of parsing because what is logged is often what could not be parsed.
 #include "internal/redact.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <cctype>
 
@@ -24,8 +26,9 @@ constexpr SecretName kSecretNames[] = {{"access_token", kShown}, {"id_token", kS
 bool IsNameCharacter(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
 
 const SecretName* FindSecretName(std::string_view word) {
-  const auto* found = std::find_if(std::begin(kSecretNames), std::end(kSecretNames),
-                                   [&](const SecretName& secret) { return secret.name == word; });
+  const auto* found = std::find_if(std::begin(kSecretNames), std::end(kSecretNames), [&](const SecretName& secret) {
+    return secret.name.size() == word.size() && strncasecmp(secret.name.data(), word.data(), word.size()) == 0;
+  });
   return found == std::end(kSecretNames) ? nullptr : found;
 }
 

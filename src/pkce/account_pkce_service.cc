@@ -9,6 +9,7 @@
 #include "internal/log.h"
 #include "internal/redact.h"
 #include "internal/string_utils.h"
+#include "internal/wiped.h"
 #include "kivo_exception.h"
 #include "kivo_plugin_manager.h"
 #include "lum_service.h"
@@ -105,11 +106,12 @@ void AccountPkceServiceImpl::GrantByAuthKey() const {
   const std::string clientId = RequireHeaderValue(Text(config, "client_id", KIVO_ERR_BAD_JSON), KIVO_ERR_BAD_PARAM);
   const std::string redirectUri = Text(config, "login_redirect_uri", KIVO_ERR_BAD_JSON);
   const PkcePair pkce = NewPkcePair();
+  const Wiped authKey(User().GetAuthKey());
   Pairs form = {{"client_id", clientId},
                 {"redirect_url", redirectUri},
                 {"state", format("%ld", static_cast<long>(time(nullptr)))},
                 {"code_challenge", pkce.challenge},
-                {"auth_key", User().GetAuthKey()}};
+                {"auth_key", authKey}};
   AddScopes(form, Text(config, "scope", KIVO_ERR_BAD_JSON));
   const WebAnswer answer = WebPost(GetAccountHost() + "/migration/api/v1/device/core/authorization_code/grant",
                                    {{"X-Client-ID", clientId}}, form);
@@ -119,7 +121,9 @@ void AccountPkceServiceImpl::GrantByAuthKey() const {
   const Json::Value reply = ParseAnswer(answer.body);
   if (!HasMember(reply, "grant_code"))
     Throw(KIVO_ERR_RESPONSE, "Failed to parse grant by authkey resp, code=%d, resp=%s", answer);
-  client_.ExchangeToken(Text(reply, "grant_code", KIVO_ERR_RESPONSE), pkce.verifier, redirectUri);
+  // A sign-out in the meantime must stay one.
+  const auto stillSignedIn = [&authKey] { return Wiped(User().GetAuthKey()) == authKey; };
+  client_.ExchangeToken(Text(reply, "grant_code", KIVO_ERR_RESPONSE), pkce.verifier, redirectUri, stillSignedIn);
 }
 
 Json::Value AccountPkceServiceImpl::ExchangeAuthKey(const std::string& accessToken) const {

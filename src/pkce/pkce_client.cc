@@ -85,7 +85,7 @@ TokenSet PkceClientImpl::RenewToken() const {
   if (answer.status != 200)
     Fail(KIVO_ERR_AUTH, format("Failed to renew token, refresh_token is expired or revoked, code=%d, resp=%s",
                                answer.status, shown.c_str()));
-  if (TokenSet::IsComplete(reply)) return SaveToken(pending, reply, refreshToken);
+  if (TokenSet::IsComplete(reply)) return SaveToken(pending, reply, [&] { return FindNewer(refreshToken); });
   LogError(kSource, "Failed to RenewToken by [%s], resp=%s", Cut10(refreshToken).c_str(),
            Redact(reply.toStyledString()).c_str());
   throw KivoException(KIVO_ERR_TOKEN,
@@ -93,7 +93,7 @@ TokenSet PkceClientImpl::RenewToken() const {
 }
 
 void PkceClientImpl::ExchangeToken(const std::string& code, const std::string& codeVerifier,
-                                   const std::string& redirectUri) const {
+                                   const std::string& redirectUri, const std::function<bool()>& wanted) const {
   const TokenFile file(name_);
   const OperationLock lock(name_, "_exchange_token");
   const std::string clientId = RequireHeaderValue(GetConfigVal("client_id"), KIVO_ERR_BAD_PARAM);
@@ -114,7 +114,10 @@ void PkceClientImpl::ExchangeToken(const std::string& code, const std::string& c
                         format("Failed to exchange token, code=%d, resp=%s", answer.status, shown.c_str()));
   const Json::Value reply = ParseAnswer(answer.body);
   if (TokenSet::IsComplete(reply)) {
-    SaveToken(pending, reply, std::nullopt);
+    SaveToken(pending, reply, [&]() -> std::optional<TokenSet> {
+      if (wanted && !wanted()) throw KivoException(KIVO_ERR_TOKEN);
+      return std::nullopt;
+    });
     return;
   }
   LogError(kSource, "Failed to PkceLogin by [%s|%s], resp=%s", Cut10(code).c_str(), Cut10(codeVerifier).c_str(),
@@ -124,11 +127,11 @@ void PkceClientImpl::ExchangeToken(const std::string& code, const std::string& c
 }
 
 TokenSet PkceClientImpl::SaveToken(PendingTokenFile& pending, const Json::Value& answer,
-                                   const std::optional<std::string>& spent) const {
+                                   const std::function<std::optional<TokenSet>()>& findNewer) const {
   const OperationLock lock(name_, "_save_token");
   Json::Value members = answer;
   members["created_at"] = static_cast<Json::Int64>(time(nullptr));
-  if (const std::optional<TokenSet> newer = spent ? FindNewer(*spent) : std::nullopt) return *newer;
+  if (const std::optional<TokenSet> newer = findNewer()) return *newer;
   TokenSet tokens(std::move(members));
   pending.Save(tokens, kSource);
   return tokens;
@@ -180,6 +183,10 @@ std::string PkceClient::GetIdToken() const { return impl_->GetIdToken(); }
 void PkceClient::ExchangeToken(const std::string& code, const std::string& codeVerifier,
                                const std::string& redirectUri) const {
   impl_->ExchangeToken(code, codeVerifier, redirectUri);
+}
+void PkceClient::ExchangeToken(const std::string& code, const std::string& codeVerifier, const std::string& redirectUri,
+                               const std::function<bool()>& wanted) const {
+  impl_->ExchangeToken(code, codeVerifier, redirectUri, wanted);
 }
 Json::Value PkceClient::FormatPkceConfig(const Json::Value& tmpl) const { return impl_->FormatPkceConfig(tmpl); }
 

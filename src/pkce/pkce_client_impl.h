@@ -7,6 +7,7 @@
 
 #include <json/json.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -22,14 +23,16 @@ class PkceClientImpl {
   bool HasTokenFile() const { return TokenFile(name_).Exists(); }
   std::string GetAccessToken() const { return GetToken("access_token"); }
   std::string GetIdToken() const { return GetToken("id_token"); }
-  void ExchangeToken(const std::string& code, const std::string& codeVerifier, const std::string& redirectUri) const;
+  void ExchangeToken(const std::string& code, const std::string& codeVerifier, const std::string& redirectUri,
+                     const std::function<bool()>& wanted = nullptr) const;
   Json::Value FormatPkceConfig(const Json::Value& tmpl) const;
 
  private:
   std::string GetToken(const char* key) const;
   TokenSet RenewToken() const;
+  /// `findNewer` gives the set to keep instead, if there is one.
   TokenSet SaveToken(PendingTokenFile& pending, const Json::Value& answer,
-                     const std::optional<std::string>& spent) const;
+                     const std::function<std::optional<TokenSet>()>& findNewer) const;
   std::optional<TokenSet> FindNewer(const std::string& spent) const;
   std::string GetConfigVal(const char* key) const;
 

@@ -2,6 +2,7 @@
 #ifndef VARNKIVO_TRANSPORT_BODY_CHUNK_H_
 #define VARNKIVO_TRANSPORT_BODY_CHUNK_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -22,7 +23,7 @@ class BodyChunk {
   void Drop() {
     std::free(text_);
     text_ = nullptr;
-    size_ = 0;
+    size_ = capacity_ = 0;
   }
   /// CURLOPT_WRITEFUNCTION with a BodyChunk as its data. A result other than the block's length aborts the transfer.
   static std::size_t Write(char* block, std::size_t size, std::size_t count, void* chunk) noexcept {
@@ -33,19 +34,29 @@ class BodyChunk {
   static constexpr std::size_t kMostBytes = 16u << 20;
 
   std::size_t Append(const char* block, std::size_t length) noexcept {
-    char* larger = length > kMostBytes - size_ ? nullptr : static_cast<char*>(std::realloc(text_, size_ + length + 1));
-    if (!larger) {
+    if (length > kMostBytes - size_ || !Reserve(size_ + length + 1)) {
       Drop();
       return 0;
     }
-    text_ = larger;
     std::memcpy(text_ + size_, block, length);
     size_ += length;
     text_[size_] = '\0';
     return length;
   }
 
+  /// Doubles, so that a long body is not copied at every block of it.
+  bool Reserve(std::size_t bytes) noexcept {
+    if (bytes <= capacity_) return true;
+    const std::size_t wanted = std::max(bytes, std::min(2 * capacity_, kMostBytes + 1));
+    char* larger = static_cast<char*>(std::realloc(text_, wanted));
+    if (!larger) return false;
+    text_ = larger;
+    capacity_ = wanted;
+    return true;
+  }
+
   char* text_ = nullptr;
+  std::size_t capacity_ = 0;
   std::size_t size_ = 0;  // without the NUL
 };
 

@@ -90,6 +90,14 @@ TEST(Logout, LocallyItAsksNobodyAndGoesOnWhateverFails) {
   }
 }
 
+TEST(Logout, TheServicesOwnUserCanClearTheAccountsFiles) {
+  TokenBench bench;
+  LeaveTraces(bench);
+  EXPECT_EQ("0", AsUser(934, 934, 934, [] { return std::to_string(VARNKIVOAccountLogout(false)); }));
+  EXPECT_FALSE(IsThere(kRecord));
+  EXPECT_THAT(TokenFiles(), IsEmpty());
+}
+
 TEST(Logout, WithoutARecordNothingIsSentAndTheTokensGo) {
   TokenBench bench;
   bench.StoreTokens(0);

@@ -1,5 +1,6 @@
 // The device's own sign-in: what it sends and does in which order, how it heals itself, and where it gives up.
 #include <gmock/gmock.h>
+#include <unistd.h>
 #include <varnkivo/account_pkce_service.h>
 #include <varnkivo/account_service.h>
 #include <varnkivo/kivo_plugin_manager.h>
@@ -69,6 +70,18 @@ TEST(Service, ARefusedRefreshTokenIsReplacedByAGrant) {
                                              StartsWith(kToken + "authorization_code ")));
   EXPECT_THAT(bench.device.Logs(), testing::Contains("Rescue lum renew pkce token by authkey"));
   EXPECT_TRUE(IsThere(kRecord));
+}
+
+TEST(Service, AGrantThatASignOutHasOvertakenBringsNothingBack) {
+  TokenBench bench;
+  bench.SignIn(0);
+  bench.cloud->SetHook([](const kivosim::Request& request) -> std::optional<kivosim::Response> {
+    if (request.path == std::string("/") + kTokenPath) unlink(kRecord);
+    return std::nullopt;
+  });
+  EXPECT_THAT(Token(AccountPkceService()), StartsWith("code 22: "));
+  EXPECT_EQ(2u, bench.cloud.Requests().size());
+  EXPECT_THAT(TokenFiles(), IsEmpty());
 }
 
 TEST(Service, ARescueThatFailsSignsTheDeviceOutIfTheAccountHostAgrees) {

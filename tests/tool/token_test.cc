@@ -92,8 +92,14 @@ TEST_F(ToolTest, ATokenThatCannotBeHadEndsWithWhy) {
   EXPECT_THAT(ErrorOf(result)["cause"].asString(), HasSubstr("it has been signed out"));
   EXPECT_EQ("", Read(kRecord));
 
-  Write(kTokenFile, R"({"created_at":1800000000,"expires_in":1.5,"access_token":"a"})", 0600);
-  EXPECT_EQ(1, Tool({"token"}).exit);
+  const std::string valid = R"({"created_at":)" + std::to_string(time(nullptr)) + R"(,"expires_in":60,"access_token":)";
+  for (const std::string& content : {std::string(R"({"created_at":1800000000,"expires_in":1.5,"access_token":"a"})"),
+                                     valid + "\"\"}", valid + R"("a\nX-Evil: 1"})"}) {
+    Write(kTokenFile, content, 0600);
+    result = Tool({"token", "--format", "header"});
+    EXPECT_EQ(1, result.exit) << content;
+    EXPECT_EQ("", result.out);
+  }
 }
 
 TEST_F(ToolTest, ASignOutAsksTellsTheAccountCentreAndLeavesNothing) {

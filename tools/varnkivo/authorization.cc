@@ -5,6 +5,7 @@
 #include <sys/random.h>
 #include <varn/platform.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <map>
@@ -17,6 +18,7 @@ namespace kivotool {
 namespace {
 
 constexpr int kPkceSize = 44;
+constexpr std::size_t kLongest = 8192;
 
 /// RFC 3986, section 2.3: what needs no escape stays.
 std::string Escape(const std::string& text) {
@@ -107,6 +109,9 @@ std::string AuthorizationUrl(const Json::Value& config, const AuthorizationReque
 std::string CodeFromPasted(const std::string& pasted, const std::string& state, const std::string& again) {
   const std::string text = Trimmed(pasted);
   if (text.empty()) throw UsageFailure("Nothing was pasted.", again);
+  const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
+  if (text.size() > kLongest || std::any_of(text.begin(), text.end(), isControl))
+    throw UsageFailure("That is neither the address that the browser was led to nor a code.", again);
   if (text.find('?') == std::string::npos) {
     if (text.find_first_of(" /&=:") != std::string::npos)
       throw UsageFailure("That is neither the address that the browser was led to nor a code.", again);

@@ -1,9 +1,11 @@
 // `logout`: signs the device out, with the account centre's knowledge or without. Being signed out already is no error:
 // what an interrupted sign-in may have left is cleared all the same.
-#include <varnkivo/varnkivo.h>
+#include <varnkivo/account_pkce_service.h>
+#include <varnkivo/kivo_exception.h>
 
 #include <cstdio>
 #include <memory>
+#include <typeinfo>
 
 #include "account_state.h"
 #include "command_line.h"
@@ -35,8 +37,12 @@ void Ask(const LogoutOptions& options, const AccountState& state) {
           options.Again() + " --yes");
 }
 
-Failure LogoutFailure(int code, const LogoutOptions& options) {
-  Failure failure = Explain(code, {Situation::Doing::kLogout, options.Again(), "", ""});
+Failure LogoutFailure(int code, const std::string& text, const LogoutOptions& options) {
+  Failure failure = Explain(code, {Situation::Doing::kLogout, options.Again(), text, ""});
+  if (!options.local && (failure.exit == kFailed || failure.exit == kNotSignedIn)) {
+    failure.cause = "The account centre could not be told: there is no usable token, or its answer was not understood.";
+    failure.run = "varnkivo logout --local";
+  }
   if (!options.local && failure.exit == kUnreachable) failure.run = "varnkivo logout  (or, without it: --local)";
   if (!options.local &&
       failure.exit == kRefused) {  // it may be that an earlier sign-out was cut off after the server's yes
@@ -62,14 +68,14 @@ void Print(const LogoutOptions& options, const AccountState& before, bool alread
 
 /// The library goes on whatever fails in the clean-up, and does not tell.
 void RequireNothingLeft() {
-  for (const std::string& path : {std::string(kRecordPath), std::string(kJobPath), TokenPath("lum")}) {
+  for (const std::string& path : {std::string(kRecordPath), TokenPath("lum"), std::string(kJobPath)}) {
     if (!LookAt(path).exists) continue;
     throw Failure{kFailed,
                   std::nullopt,
                   "Signed out, but " + path + " could not be removed (a plug-in that failed, or a read-only disk).",
                   Retry::kPerhaps,
                   "Nothing; the file stays there.",
-                  "varnkivo logout --local --yes"};
+                  "sudo varnkivo logout --local --yes"};
   }
 }
 
@@ -79,13 +85,18 @@ Exit RunLogout(const LogoutOptions& options) {
   if (already && options.strict)
     throw Failure{kAlready, std::nullopt, "Nobody is signed in.", Retry::kNo, "Nothing.", "varnkivo status"};
   if (!already) Ask(options, before);
-  int result = 0, code = 0;
-  {
+  try {
     const Spinner spinner("Signing out", kSeconds, !options.json && !options.local && !already);
-    result = VARNKIVOAccountLogout(!options.local && !already);
-    code = VARNKIVOErrGet();
+    const varnkivo::AccountPkceService service;
+    if (options.local || already)
+      service.LogoutLocal();
+    else
+      service.Logout();
+  } catch (const varnkivo::KivoException& error) {
+    throw LogoutFailure(error.GetCode(), error.what(), options);
+  } catch (const std::bad_cast&) {  // a token whose lifetime is no number
+    throw LogoutFailure(KIVO_ERR_TOKEN, "", options);
   }
-  if (result != 0) throw LogoutFailure(code, options);
   RequireNothingLeft();
   Print(options, before, already);
   return kDone;

@@ -59,8 +59,12 @@ TokenState ReadTokenState(const std::string& client) {
   state.known = fstat(file, &facts) == 0 && S_ISREG(facts.st_mode) && Parse(ReadAll(file), document);
   close(file);
   if (!state.known) return state;
-  state.createdAt = Seconds(document, "created_at");
-  state.expiresAt = state.createdAt + Seconds(document, "expires_in");
+  const std::int64_t createdAt = Seconds(document, "created_at"), lifetime = Seconds(document, "expires_in");
+  const auto isTime = [](std::int64_t value) { return value >= INT32_MIN && value <= INT32_MAX; };
+  state.known = isTime(createdAt) && isTime(lifetime);  // the library takes no others
+  if (!state.known) return state;
+  state.createdAt = createdAt;
+  state.expiresAt = createdAt + lifetime;
   return state;
 }
 

@@ -196,7 +196,8 @@ VARN_PLATFORM_API int VLIBPluginExit(VLIBPlugin* handle);
 /** fork(2). -1 fails. */
 VARN_PLATFORM_API pid_t VLIBCProcFork(void);
 /** Runs `program` (a path) with the arguments after argv[0], ended by a null, and waits. Bit 0 of `flags`: the child's
- * real, effective and saved ids are raised to 0 first; other bits are the device's own. The child inherits no
+ * real, effective and saved ids are raised to 0 first, unless it is the account service, which goes on as
+ * it is where it may not; other bits are the device's own. The child inherits no
  * descriptor but 0, 1 and 2. Its exit status 0..255; fails where it could not be started or was ended by a signal. */
 VARN_PLATFORM_API int VLIBCExecl(const char* program, int flags, const char* arg, ...);
 /** A pipe from (`mode` "r") or to ("w") a program started likewise, without a shell. Null: not started. */
