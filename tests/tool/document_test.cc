@@ -127,7 +127,7 @@ TEST_F(ToolTest, SignedOutIsNoForPeopleAndThreeForScripts) {
     const Result result = Tool(query);
     EXPECT_EQ(3, result.exit);
     EXPECT_EQ("", result.out);
-    EXPECT_THAT(result.err, HasSubstr("varnkivo login --email"));
+    EXPECT_THAT(result.err, HasSubstr("Run:         varnkivo login"));
   }
   const Result result = Tool({"account", "show", "--refresh", "--json"});
   EXPECT_EQ("", CheckDocument("account", result.out));
