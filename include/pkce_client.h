@@ -50,8 +50,9 @@ class KIVO_API PkceClient {
  private:
   friend class AccountPkceServiceImpl;
   /// The same, but stores the set only if it is still `wanted` when it is there; throws KivoException 22 otherwise.
-  void ExchangeToken(const std::string& code, const std::string& codeVerifier, const std::string& redirectUri,
-                     const std::function<bool()>& wanted) const;
+  __attribute__((visibility("hidden"))) void ExchangeToken(const std::string& code, const std::string& codeVerifier,
+                                                           const std::string& redirectUri,
+                                                           const std::function<bool()>& wanted) const;
 
   std::unique_ptr<PkceClientImpl> impl_;
 };
