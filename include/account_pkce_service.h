@@ -54,8 +54,8 @@ class KIVO_API AccountPkceService {
   /// throws its code. The host is sent an access token: where none can be had, that failure is thrown and nothing is
   /// sent, and a rescue that fails on the way has signed the device out already, which ends in 22.
   void Logout() const;
-  /// Clears record, report job and every "*_token.json", each whatever became of the others. Throws nothing for a part
-  /// that stays: look, where that matters. The job goes only for callers who are root.
+  /// Clears record, report job and every "*_token.json", each whatever became of the others. A part that stays
+  /// is logged, and nothing thrown for it. The job goes only for callers who are root.
   void LogoutLocal() const;
 
  private:

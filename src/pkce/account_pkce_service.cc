@@ -5,8 +5,10 @@
 
 #include "account_pkce_service_impl.h"
 #include "authorization_request.h"
+#include "internal/account_files.h"
 #include "internal/json_utils.h"
 #include "internal/log.h"
+#include "internal/privilege_bracket.h"
 #include "internal/redact.h"
 #include "internal/string_utils.h"
 #include "internal/wiped.h"
@@ -16,6 +18,8 @@
 #include "user.h"
 #include "varn/platform.h"
 #include "web_request.h"
+
+#include <unistd.h>
 
 #include <ctime>
 
@@ -35,6 +39,12 @@ void ThrowUnlessArrived(const WebAnswer& answer, const char* message) {
 
 [[noreturn]] void Throw(KIVO_ERRCODE code, const char* message, const WebAnswer& answer) {
   throw KivoException(code, format(message, answer.status, answer.Shown().c_str()));
+}
+
+/// The removal's own status does not tell whether it came to its end.
+bool RecordIsThere() {
+  const PrivilegeBracket bracket(kSource);
+  return bracket.Entered() && access(kRecordFile, F_OK) == 0;
 }
 
 /// A member of a configuration or an answer that has been looked at.
@@ -190,10 +200,11 @@ void AccountPkceServiceImpl::LogoutLocal() const {
   else
     LogError(kSource, "Logged out Varnholt Account: %s", Redact(email).c_str());
   VARNKIVOAccountRemove();
-  VARNKIVOAccountUnregisterCrond();
+  if (RecordIsThere()) LogError(kSource, "Failed to unlink %s", kRecordFile);
+  if (!VARNKIVOAccountUnregisterCrond()) LogError(kSource, "Failed to remove crontab for kivo");
   VARNLogSet1(2, 1, kLogoutLogEvent, "", "", "", "");
   if (VLIBCExecl("/bin/sh", kExeclFlags, "-c", "/bin/rm -f /usr/varn/etc/varnholt-account/private/*_token.json",
-                 static_cast<const char*>(nullptr)) < 0)
+                 static_cast<const char*>(nullptr)) != 0)
     LogError(kSource, "Failed to clear token files");
 }
 

@@ -16,7 +16,7 @@ using namespace testsupport;
 namespace {
 
 constexpr char kToken[] = "a0a4056d043cce20c29fb87ea073c540";  // of WithAccount()
-std::size_t gRefusedSize = 0;                                   // the library's calloc of so many bytes gives null
+std::size_t gRefusedSize = 0;                                  // the library's calloc of so many bytes gives null
 
 }  // namespace
 
