@@ -30,7 +30,7 @@ demo: build
 
 console: TARGET = varnkivo-console varnkivo-sim varnkivo_tool
 console: build
-	@$(if $(privileged),,VARNKIVO_SANDBOX=user) VARNKIVO_BUILD=$(CURDIR)/$(BUILD) scripts/sandbox examples/console/run
+	@$(if $(privileged),,VARNKIVO_SANDBOX=user) VARNKIVO_BUILD=$(CURDIR)/$(BUILD) scripts/sandbox scripts/console
 
 test: build
 	@$(if $(privileged),:,echo 'make test needs root, or sudo without a password: owners and ids are tested for real' >&2; exit 1)

@@ -5,16 +5,12 @@
 #include <string>
 
 #include "device.h"
-#include "sessions.h"
 
 namespace console {
 
-std::string IndexPage(const DeviceState& state, const Notice::Text& notice, const std::string& formToken);
-std::string SignOutPage(const DeviceState& state, const std::string& formToken);
-std::string MessagePage(const std::string& title, const std::string& words);
+extern const char* const kStyle;  ///< for "/style.css"
 
-/// The Content-Security-Policy. Browsers apply form-action to the redirects after a form too, so the hosts that a
-/// sign-in leads over are named in it.
-std::string ContentPolicy(const DeviceState& state);
+std::string IndexPage(const DeviceState& state, const Session& session);
+std::string MessagePage(const std::string& title, const std::string& words);
 
 }  // namespace console

@@ -164,7 +164,7 @@ class BrowserTest(unittest.TestCase):
     def test_signing_out(self):
         self.sign_in_and_be_asked()
         self.press("[value=allow]", "#account-email")
-        self.press("#sign-out", "#sign-out-confirm")
+        self.find("#sign-out").click()
         self.picture("console-sign-out")
         self.press("#sign-out-confirm", "#sign-in")
         self.assertTrue(all(family["revoked"] for family in self.cloud("/tokens")["families"]))
