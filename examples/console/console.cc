@@ -12,7 +12,6 @@
 #include <functional>
 #include <mutex>
 #include <regex>
-#include <string>
 #include <thread>
 #include <utility>
 
@@ -126,11 +125,11 @@ void Server::Run(const sigset_t& ending) {
 std::string Server::Refusal(const Request& request) const {
   if (request.get_header_value_count("Host") != 1 || request.get_header_value("Host") != address_)
     return "This page is at " + origin_ + "/ and nowhere else.";
-  if (request.method != "GET" && request.method != "POST") return "Only GET and POST are.";
+  const bool form = request.method == "POST";
+  if (!form && request.method != "GET") return "Only GET and POST are.";
   if (request.has_header("Origin") && request.get_header_value("Origin") != origin_)
-    return "The form was sent by another page.";
-  if (request.method == "POST" && request.target.find('?') != std::string::npos)
-    return "A form has its fields in its body.";
+    return "This form is another page's.";
+  if (form && request.target.find('?') != std::string::npos) return "A form has its fields in its body.";
   return "";
 }
 

@@ -87,7 +87,7 @@ std::string AccountSection(const DeviceState& state, const std::string& token) {
   return "<section aria-labelledby=\"account\"><h2 id=\"account\">Account</h2><dl>\n" +
          Row("E-mail", "account-email", Escaped(state.email)) + Row("Name", "account-name", Escaped(state.name)) +
          Row("User id", "account-id", Escaped(state.userId)) +
-         Row("Profile of", "profile-time", state.lastQuery > 0 ? When(state.lastQuery) : "") +
+         Row("Profile fetched", "profile-time", state.lastQuery > 0 ? When(state.lastQuery) : "") +
          "</dl><details><summary id=\"sign-out\">Sign out</summary><p>The account, its tokens and the scheduled report "
          "are removed from this device, and the account centre is told.</p>" +
          Form("/sign-out", token, "sign-out-confirm", "Sign out now") + "</details></section>\n";
@@ -101,7 +101,8 @@ std::string IndexPage(const DeviceState& state, const Session& session) {
                                     Alert(state.problem) + AccountSection(state, session.formToken) +
                                     "<section aria-labelledby=\"device\"><h2 id=\"device\">On this device</h2><dl>\n" +
                                     Row("Access token", "token-state", TokenText(state.tokenUntil)) +
-                                    Row("Report job", "report-job", "<code>" + Escaped(state.jobLine) + "</code>") +
+                                    Row("Report job", "report-job",
+                                        state.jobLine.empty() ? "" : "<code>" + Escaped(state.jobLine) + "</code>") +
                                     "</dl></section>\n");
 }
 
