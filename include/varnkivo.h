@@ -154,6 +154,29 @@ struct _tag_kivo_INFO_ {
   int lastQueryTime;  ///< seconds since the epoch
 };
 
+/// Creates an account at the account centre. It does not sign in: the person has to confirm the e-mail address first.
+/// E-mail, password and full name are required; `country` may be null. Waits up to 3 attempts of 120 s. Codes: 1 null
+/// argument, 4 not sent, 6 memory or time-zone facts, 8 serial, 22 device token, 23 hosts, 16 e-mail in use, 17 too
+/// many accounts of this device, else the server's answer. An unreadable time zone is -1 with the slot at 0.
+KIVO_API int VARNKIVOAccountRegister(const char* email, const char* password, const char* fullName,
+                                     bool criticalRelease, bool enews, bool enewsLocalPromotion, const char* country);
+/// Changes the signed-in account at the account centre. A null text or a negative number leaves that part as it is; 0
+/// is false, a positive number true. `email` and `newPassword` are sent only together with `password`, the current one.
+/// A new password is announced by the notification "KivoPasswordChanged", whose failure is only logged. The record
+/// keeps the old profile until the next query. Codes: 3 nobody signed in, 4 not sent, 6 memory, 8 serial, 23 hosts,
+/// else the server's answer.
+KIVO_API int VARNKIVOAccountSetInfo(const char* fullName, const char* email, const char* password,
+                                    const char* newPassword, const char* country, const char* notifyLanguage,
+                                    const char* timeZone, int enews, int criticalRelease, int enewsLocalPromotion,
+                                    const char* criticalVersionList);
+/// The periodic report: tells the account centre that this device still exists. Does nothing and returns 0 where nobody
+/// is signed in, or where "kivo_disable_report" in "/etc/varninfo.conf" is "yes". An accepted report registers the job
+/// anew, at the schedule the server may have sent, and renews the access token when it is due; failures of these are
+/// only logged. An answer of 14 (refused) or 25 (account deleted) notifies the administrators and signs the device out.
+/// Codes: 2 reply not JSON, 4 not sent, 5 reply without "code", 6 memory or time-zone facts, 8 serial, 23 hosts, else
+/// the server's answer. An unreadable time zone is -1 with the slot at 0.
+KIVO_API int VARNKIVOReportInfo(void);
+
 /// Copies the account record into `info`; a text longer than its field is cut. Code 1 null, 3 nobody signed in (no auth
 /// key or no user id), 6 privileges; `info` is then untouched. Success sets the slot to 0.
 KIVO_API int VARNKIVOAccountGet(struct _tag_kivo_INFO_* info);

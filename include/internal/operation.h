@@ -8,6 +8,8 @@
 #include "kivo_exception.h"
 #include "varnkivo.h"
 
+#include <string.h>
+
 #include <string>
 
 namespace varnkivo {
@@ -29,6 +31,14 @@ struct ServerConfig {
   char account[2048];
 };
 static_assert(sizeof(ServerConfig) == 4096, "filled as one buffer of 4096 bytes");
+
+/// A copy of the account record. It holds the auth key, so it is overwritten when it goes.
+struct AccountCopy : _tag_kivo_INFO_ {
+  AccountCopy() : _tag_kivo_INFO_{} {}
+  AccountCopy(const AccountCopy&) = delete;
+  AccountCopy& operator=(const AccountCopy&) = delete;
+  ~AccountCopy() { explicit_bzero(static_cast<_tag_kivo_INFO_*>(this), sizeof(_tag_kivo_INFO_)); }
+};
 
 struct Operation {
   const char* source;  // the name in front of every log line
@@ -63,6 +73,10 @@ class Request {
   Request& Set(const char* name, const char* value, int line = __builtin_LINE());
   Request& Set(const char* name, const std::string& value, int line = __builtin_LINE()) {
     return Set(name, value.c_str(), line);
+  }
+  /// As "true" or "false".
+  Request& SetBool(const char* name, bool value, int line = __builtin_LINE()) {
+    return Set(name, value ? "true" : "false", line);
   }
   Request& Quick(bool quick);
   /// POSTs and returns the body, which lives until the next Send. `failure` takes the platform's last error.

@@ -190,7 +190,7 @@ int VARNKIVOAccountQueryInfo(Json::Value& out, bool forceRefresh, bool shortTime
     FileLock lock(format("/tmp/account_%s.lock", "query_info"));
     if (!lock.Lock(kLockSeconds)) op.Stop(kKeepCode, "Failed to lock file: %s", lock.GetPath().c_str());
     VARNKIVOErrSet(KIVO_ERR_SUCCESS);
-    _tag_kivo_INFO_ account = {};
+    AccountCopy account;
     if (VARNKIVOAccountGet(&account) < 0) return -1;  // 3 in the slot where nobody is signed in
     if (NeedsRefresh(time(nullptr), User().GetLastQueryTime(), forceRefresh)) Refresh(op, account, shortTimeout);
     Fill(out);
