@@ -58,9 +58,6 @@ class Scheduler : public testing::Test {
   }
 };
 
-using Names = std::set<std::string>;
-using Lines = std::vector<std::string>;
-
 TEST_F(Scheduler, AcceptsFiveValidFieldsAndRefusesEverythingElse) {
   for (const char* schedule : {kDefault, "* * * * *", "0 0 1 1 0", "59 23 31 12 7", "~ ~ ~ ~ ~", "*/5 */2 */10 */3 */2",
                                "1,2,3 4-6 1-31 1,12 1-5", "0-30/10,45 0 * * *", "0~59 0~23 1~31 1~12 0~7",
@@ -82,7 +79,7 @@ TEST_F(Scheduler, AcceptsFiveValidFieldsAndRefusesEverythingElse) {
   }
   EXPECT_FALSE(Save(Job(std::string("* * * * *\0x", 11))));
   EXPECT_EQ(before, Slurp(kFile));
-  EXPECT_EQ(Names{"kivo"}, CronFiles()) << "no temporary file either";
+  EXPECT_EQ(std::set<std::string>{"kivo"}, CronFiles()) << "no temporary file either";
 }
 
 TEST_F(Scheduler, DrawsInsideTheOpenFieldsAlwaysTheSameAndSpreadsAFleet) {
@@ -113,17 +110,17 @@ TEST_F(Scheduler, SavesOneLineForRootsCron) {
   umask(022);
   EXPECT_EQ("644 0:0", ModeAndOwner(kFile)) << "cron reads no other";
   const std::string command = " root /usr/varn/bin/varnkivo --report_info";
-  EXPECT_EQ(Lines{DrawSchedule(kDefault, "2040VKN000001", "kivo") + command}, JobLines());
+  EXPECT_EQ(std::vector<std::string>{DrawSchedule(kDefault, "2040VKN000001", "kivo") + command}, JobLines());
   Spill("/usr/varn/etc/host.conf", "");
   Spill("/etc/machine-id", "");
   EXPECT_FALSE(Save(Job())) << "an open schedule takes a serial";
   EXPECT_EQ(static_cast<unsigned>(VLIB_ERR_NO_SERIAL), VLIBCErrGet());
   ASSERT_TRUE(Save(Job("0 3 * * *")));
-  EXPECT_EQ(Lines{"0 3 * * *" + command}, JobLines());
+  EXPECT_EQ(std::vector<std::string>{"0 3 * * *" + command}, JobLines());
   VARN::VARNCrond::ConfigManager configuration("kivo", false);
   EXPECT_TRUE(configuration.Remove());
   EXPECT_TRUE(configuration.Remove());
-  EXPECT_EQ(Names{}, CronFiles());
+  EXPECT_EQ(std::set<std::string>{}, CronFiles());
 }
 
 TEST_F(Scheduler, RefusesJobsThatCouldSayMoreThanTheyShould) {
@@ -149,7 +146,7 @@ TEST_F(Scheduler, RefusesJobsThatCouldSayMoreThanTheyShould) {
   for (const Json::Value& job : jobs) EXPECT_FALSE(Save(job)) << job;
   for (const char* name : {"", ".", "..", "../x", "a/b", "a.b", "a b", "a\n"})
     EXPECT_FALSE(Save(Job("0 3 * * *"), name));
-  EXPECT_EQ(Names{}, CronFiles());
+  EXPECT_EQ(std::set<std::string>{}, CronFiles());
 }
 
 TEST_F(Scheduler, TheShellSeesTheWordsOfTheCommand) {
@@ -183,7 +180,7 @@ TEST_F(Scheduler, RemovesByCommandAndTouchesNoFileOfOthers) {
   EXPECT_EQ(2, VARNScheduleRemove("/usr/varn/bin/varnkivo --report_info"));
   EXPECT_EQ(0, VARNScheduleRemove("/usr/varn/bin/varnkivo --report_info"));
   EXPECT_EQ(0, VARNScheduleRemove("/usr/varn/bin/varnkivo"));
-  EXPECT_EQ((Names{"byhand", "link", "third"}), CronFiles());
+  EXPECT_EQ((std::set<std::string>{"byhand", "link", "third"}), CronFiles());
   EXPECT_EQ(foreign, Slurp("/etc/cron.d/byhand"));
 }
 
