@@ -15,17 +15,10 @@ using testing::IsEmpty;
 
 const std::string kHost = "https://account.kivo.example";
 const std::string kLoginUrl = kHost + "/device/api/password_login";
-const std::string kDevice = "lu_sn=2130KVN004211&lu_token=430450fef2cf32aad9ad39f451c755a5";
-const std::string kLogin = kDevice +
-                           "&type=acnt_pw_apikey&email=ann%40example.com&passwd=correct%20horse"
-                           "&serial_no=2130KVN004211&api_key=k1&mac=02%3A00%3A5e%3A00%3A00%3A01";
-const std::string kLaunch = kDevice +
-                            "&language=enu&access_token=at-1&timezone=Europe%2FBerlin&api_key=k1"
-                            "&mac=02%3A00%3A5e%3A00%3A00%3A01&serial_no=2130KVN004211";
-
-std::string Query(const std::string& id, const std::string& key) {
-  return kDevice + "&id=" + id + "&auth_key=" + key + "&serial_no=2130KVN004211";
-}
+const std::string kLogin =
+    "lu_sn=2130KVN004211&lu_token=430450fef2cf32aad9ad39f451c755a5"
+    "&type=acnt_pw_apikey&email=ann%40example.com&passwd=correct%20horse"
+    "&serial_no=2130KVN004211&api_key=k1&mac=02%3A00%3A5e%3A00%3A00%3A01";
 
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
   const std::size_t at = text.find(from);
@@ -42,15 +35,12 @@ class SimRequests : public testing::Test {
     cloud.Start();
   }
   /// The code of the answer, which must come with the status that belongs to it.
-  std::string Code(const std::string& path, const std::string& body) {
-    const Exchange exchange = Post(kHost + path, body);
+  std::string Code(const std::string& body) {
+    const Exchange exchange = Post(kLoginUrl, body);
     const bool good = exchange.body.find("\"code\":\"good\"") != std::string::npos;
     EXPECT_EQ(good ? 200 : 400, exchange.status) << exchange.body;
     const std::size_t start = exchange.body.find("\"code\":\"") + 8;
     return exchange.body.substr(start, exchange.body.find('"', start) - start);
-  }
-  std::string LoginWithKey(const std::string& key) {
-    return Code("/device/api/password_login", Replaced(kLogin, "api_key=k1", "api_key=" + key));
   }
   Simulator cloud;
 };
@@ -90,8 +80,7 @@ TEST_F(SimRequests, AFaultyRequestIsRefusedAndComplainedOf) {
     SCOPED_TRACE(row.complaint);
     cloud.ClearJournal();
     const bool wrongToken = std::string(row.complaint).find("lu_token\" is") != std::string::npos;
-    EXPECT_EQ(wrongToken ? "badauth" : "badparam",
-              Code("/device/api/password_login", Replaced(kLogin, row.from, row.to)));
+    EXPECT_EQ(wrongToken ? "badauth" : "badparam", Code(Replaced(kLogin, row.from, row.to)));
     EXPECT_THAT(cloud.Complaints(), ElementsAre(std::string("/device/api/password_login: ") + row.complaint));
   }
   const CurlOptions put = {{}, 20000, CurlOptions().caFile, 0, "PUT"};
@@ -116,52 +105,13 @@ TEST_F(SimRequests, AFaultyRequestIsRefusedAndComplainedOf) {
 TEST_F(SimRequests, RefusalsOfASignInCarryTheirCodeAndNoComplaint) {
   cloud.AddAccount({"bob@example.com", "pw", "1002"});
   cloud.ChangeAccount("bob@example.com", [](Account& bob) { bob.refusal = "account_unverified"; });
-  const std::string path = "/device/api/password_login";
-  EXPECT_EQ("account_not_found", Code(path, Replaced(kLogin, "ann%40", "eve%40")));
-  EXPECT_EQ("badauth", Code(path, Replaced(kLogin, "%20horse", "%20Horse")));
+  EXPECT_EQ("account_not_found", Code(Replaced(kLogin, "ann%40", "eve%40")));
+  EXPECT_EQ("badauth", Code(Replaced(kLogin, "%20horse", "%20Horse")));
   const std::string bob = Replaced(Replaced(kLogin, "ann%40", "bob%40"), "correct%20horse", "pw");
-  EXPECT_EQ("account_unverified", Code(path, bob));
+  EXPECT_EQ("account_unverified", Code(bob));
   cloud.RefuseMachine("2130KVN004211");
-  EXPECT_EQ("invalid_machine", Code(path, kLogin));
+  EXPECT_EQ("invalid_machine", Code(kLogin));
   EXPECT_THAT(cloud.Complaints(), IsEmpty());
-}
-
-TEST_F(SimRequests, LaunchTakesAnAccessTokenThatWasGrantedOrIssued) {
-  EXPECT_EQ("badauth", Code("/good/user/launch", kLaunch));
-  cloud.GrantAccessToken("at-1", "1001");
-  EXPECT_THAT(Post(kHost + "/good/user/launch", kLaunch).body, HasSubstr("\"auth_key\":\"ak-1\",\"code\":\"good\""));
-  const std::string issued = Replaced(kLaunch, "at-1", cloud.IssueTokens("1001").accessToken);
-  EXPECT_EQ("good", Code("/good/user/launch", issued));
-  cloud.ExpireAccessTokens();
-  EXPECT_EQ("badauth", Code("/good/user/launch", issued));
-  EXPECT_THAT(cloud.Complaints(), IsEmpty());
-  EXPECT_EQ("badparam", Code("/good/user/launch", Replaced(kLaunch, "&language=enu", "")));
-}
-
-TEST_F(SimRequests, QueryGivesTheProfileUntilTheKeyIsRevoked) {
-  EXPECT_THAT(Post(kHost + "/device/api/user/query", Query("1001", "ak-1")).body,
-              HasSubstr("\"critical_version_list\":{\"LUM-7.1\":true,\"LUM-7.2\":false},\"disabled\":false,\"email\""));
-  EXPECT_EQ("badauth", Code("/device/api/user/query", Query("1001", "ak-2")));
-  EXPECT_EQ("account_not_found", Code("/device/api/user/query", Query("7", "ak-1")));
-  EXPECT_TRUE(cloud.Revoke("ann@example.com"));
-  EXPECT_EQ("badauth", Code("/device/api/user/query", Query("1001", "ak-1")));
-  EXPECT_EQ("good", Code("/device/api/password_login", kLogin));
-  const std::string key = cloud.FindAccount("1001")->authKeys.at("2130KVN004211");
-  EXPECT_NE("ak-1", key);
-  EXPECT_EQ("good", Code("/device/api/user/query", Query("1001", key)));
-}
-
-TEST_F(SimRequests, ApiKeysAreRegisteredForgottenAndExpired) {
-  EXPECT_EQ("good", LoginWithKey("k1"));
-  EXPECT_EQ("apikey_not_found", LoginWithKey("k2"));
-  cloud.ForgetApiKey("2130KVN004211");
-  EXPECT_EQ("apikey_not_found", LoginWithKey("k1"));
-  EXPECT_EQ("good", LoginWithKey("k2"));
-  cloud.ExpireApiKey("2130KVN004211");
-  EXPECT_EQ("apikey_expired", LoginWithKey("k2"));
-  EXPECT_EQ("good", LoginWithKey("k3"));
-  cloud.RegisterApiKey("2130KVN004211", "k1");
-  EXPECT_EQ("apikey_not_found", LoginWithKey("k3"));
 }
 
 }  // namespace

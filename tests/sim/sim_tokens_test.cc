@@ -14,13 +14,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using kivosim::Account;
-using kivosim::Fault;
 using kivosim::Simulator;
 using kivosim::TokenSet;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 const std::string kGrantUrl = kAccount + "/migration/api/v1/device/core/authorization_code/grant";
 const std::string kLogoutUrl = kAccount + "/device/api/logout";
@@ -95,36 +93,6 @@ TEST(SimTokenStore, ACodeAndATokenAreUsedUpOnceByAnyNumberOfThreads) {
   for (const kivosim::TokenFamily& family : store.Families()) ASSERT_TRUE(family.revoked);
 }
 
-TEST_F(SimTokens, AccessTokensExpireByTimeOrOnDemand) {
-  cloud.SetTokenLifetime(100s);
-  cloud.SetTokenLifetime(300s, "kivo-device-register");
-  const TokenSet set = Issue(), old = cloud.IssueTokens("1001", "kivo-device", kSerial, 101s),
-                 long_ = cloud.IssueTokens("1001", "kivo-device-register", kSerial);
-  EXPECT_EQ("100", Member(Refresh(Issue().refreshToken), "expires_in"));
-  EXPECT_EQ(300, long_.expiresIn);
-  EXPECT_EQ(401, ExchangeAuthKey(old.accessToken).status);
-  EXPECT_EQ(200, ExchangeAuthKey(set.accessToken).status);
-  cloud.PassTime(101s);
-  EXPECT_EQ(401, ExchangeAuthKey(set.accessToken).status);
-  EXPECT_EQ(200, ExchangeAuthKey(long_.accessToken).status);
-  cloud.ExpireAccessTokens("kivo-device");
-  EXPECT_EQ(200, ExchangeAuthKey(long_.accessToken).status);
-  cloud.ExpireAccessTokens();
-  EXPECT_EQ(401, ExchangeAuthKey(long_.accessToken).status);
-  const Exchange next = Refresh(set.refreshToken);  // which does not expire
-  EXPECT_EQ(200, ExchangeAuthKey(Member(next, "access_token")).status);
-}
-
-TEST_F(SimTokens, AnAuthKeyGrantsACodeUntilItIsRevoked) {
-  const Exchange tokens = ExchangeCode(Member(Post(kGrantUrl, GrantForm("ak-1"), ClientHeader()), "grant_code"));
-  EXPECT_EQ("openid device.sn:" + kSerial, Member(tokens, "scope"));
-  EXPECT_EQ("ak-1", Member(ExchangeAuthKey(Member(tokens, "access_token")), "auth_key"));
-  EXPECT_EQ(401, Post(kGrantUrl, GrantForm("ak-2"), ClientHeader()).status);
-  cloud.Revoke("1001");
-  EXPECT_EQ(401, Post(kGrantUrl, GrantForm("ak-1"), ClientHeader()).status);
-  EXPECT_THAT(cloud.Complaints(), IsEmpty());
-}
-
 TEST_F(SimTokens, SigningOutTakesTheKeyAndTheTokensOfTheDevice) {
   const TokenSet here = Issue(), elsewhere = cloud.IssueTokens("1001", "kivo-device", "OTHER"), bob = Issue("1002");
   const auto code = [](const std::string& form) { return Member(Post(kLogoutUrl, form, ClientHeader()), "code"); };
@@ -181,20 +149,6 @@ TEST_F(SimTokens, WhatIsDownStaysDownUntilItIsBroughtBack) {
   }
   EXPECT_EQ(200, Refresh(set.refreshToken).status);  // nothing had used the token up
   EXPECT_THROW(cloud.TakeDown("identty"), std::runtime_error);
-}
-
-TEST_F(SimTokens, AClientCanBeCaughtBetweenTheRotationAndItsAnswer) {
-  const TokenSet set = Issue();
-  std::uint64_t seen = 0;
-  const auto look = [&] { seen = cloud.TokenFamilies().at(0).generation; };
-  cloud.QueueFault("/oauth2/token", Fault::AllButLastByteThen(look));
-  const Exchange lost = Post(kTokenUrl, RefreshForm(set.refreshToken), {{"X-Client-ID: kivo-device"}, 3000});
-  EXPECT_EQ(28, lost.curlCode);
-  EXPECT_THAT(lost.body, HasSubstr("refresh_token"));
-  EXPECT_THAT(lost.body, Not(HasSubstr("}")));
-  EXPECT_TRUE(cloud.WaitIdle());
-  EXPECT_EQ(2u, seen);
-  EXPECT_EQ(400, Refresh(set.refreshToken).status);  // the client is left with a token that was used
 }
 
 }  // namespace
