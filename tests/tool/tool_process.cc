@@ -35,10 +35,6 @@ std::vector<std::string> EnvironmentFor(const Call& call) {
   return out;
 }
 
-void Pipe(int (&ends)[2]) {
-  if (pipe2(ends, O_CLOEXEC) != 0) abort();
-}
-
 }  // namespace
 
 ToolProcess::ToolProcess(const Call& call) : call_(call) {
@@ -47,13 +43,11 @@ ToolProcess::ToolProcess(const Call& call) : call_(call) {
   std::vector<std::string> environment = EnvironmentFor(call);
   const std::vector<char*> argv = Pointers(arguments), envp = Pointers(environment);
   int in[2], out[2], err[2];
-  Pipe(in), Pipe(out), Pipe(err);
-  std::string slaveName;
+  if (pipe2(in, O_CLOEXEC) + pipe2(out, O_CLOEXEC) + pipe2(err, O_CLOEXEC) != 0) abort();
   if (call.terminal) {
     terminal_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (terminal_ < 0 || grantpt(terminal_) != 0 || unlockpt(terminal_) != 0) abort();
-    slaveName = ptsname(terminal_);
-    slave_ = open(slaveName.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    slave_ = open(ptsname(terminal_), O_RDWR | O_NOCTTY | O_CLOEXEC);
   }
   const int file = call.outputFile.empty() ? -1 : open(call.outputFile.c_str(), O_WRONLY | O_CLOEXEC);
   pid_ = fork();
