@@ -1,4 +1,5 @@
-// What the tool ends with, from the cause to the exit code, and what stands on which stream.
+// What the tool ends with, from the cause to the exit code, and what stands on
+// which stream.
 
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
@@ -56,6 +57,10 @@ TEST_F(ToolTest, MistakesEndWithTwoAndSuggestWhatWasMeant) {
       {{"login", "--password", "x"}, "There is no option \"--password\"", "varnkivo login"},
       {{"login", "--email", kEmail}, "no terminal", "varnkivo login --help"},
       {{"login", "--key", "--email", kEmail}, "either", "varnkivo login --help"},
+      {{"login", "--verify-only"}, "--email is missing", "varnkivo login --help"},
+      {{"login", "--key", "--auth-key-stdin"}, "--user-id is missing", "varnkivo login --help"},
+      {{"login", "--user-id", "1"}, "--user-id goes with --key", "varnkivo login --help"},
+      {{"login", "--key", "--user-id", "1", "--verify-only"}, "without signing in", "varnkivo login --help"},
       {{"login", "--email", "a\nb", "--password-stdin"}, "control characters", "varnkivo login --help"},
       {{"login", "--email", kEmail, "--password-stdin", "--password-file", "/x"}, "excludes", "varnkivo login --help"},
       {{"--report_info", "status"}, "stands alone", "varnkivo"}};
@@ -147,10 +152,7 @@ TEST_F(ToolTest, TheScheduledRunSaysOneLineToTheLogAndNothingElse) {
   EXPECT_EQ("", result.out + result.err);
   EXPECT_EQ(0u, Cloud().Connections());
   std::string lines;
-  for (int i = 0; i < 5000 && lines.empty(); ++i) {
-    lines = Read("/var/log/syslog").substr(before.size());
-    usleep(1000);
-  }
+  for (int i = 0; i < 6000 && lines.empty(); ++i, usleep(10000)) lines = Read("/var/log/syslog").substr(before.size());
   EXPECT_EQ(1, std::count(lines.begin(), lines.end(), '\n')) << lines;
   EXPECT_THAT(lines, HasSubstr("varnkivo"));
 }

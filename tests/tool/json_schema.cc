@@ -1,8 +1,7 @@
-// The checker. Strict where a schema leaves room for mistakes: an object's schema must list its keys, and a document is
-// read without the parser's extensions.
-#include "json_schema.h"
-
-#include <gmock/gmock.h>
+// The checker. Strict where a schema leaves room for mistakes: an object's
+// schema must list its keys, and a document is read without the parser's
+// extensions.
+#include "tool_fixture.h"
 
 #include <fstream>
 #include <set>

@@ -1,5 +1,5 @@
-// Signing in with the tool: what the server is sent, what the device holds afterwards, and the honest word when the two
-// differ.
+// Signing in with the tool: what the server is sent, what the device holds
+// afterwards, and the honest word when the two differ.
 #include <varnkivo/user.h>
 
 #include <filesystem>
@@ -86,7 +86,8 @@ TEST_F(ToolTest, AKeySignsInAndAWrongOneEndsTheEarlierSignInOnlyWithConsent) {
   EXPECT_THAT(asked.err, HasSubstr("--yes"));
   EXPECT_EQ(before, Read(kRecord));
 
-  Result fresh = RunTool({consenting, "wrong\n"});  // within five minutes the server is not asked, and it says so
+  Result fresh = RunTool({consenting, "wrong\n"});  // within five minutes the server is not
+                                                    // asked, and it says so
   EXPECT_EQ(0, fresh.exit);
   EXPECT_THAT(fresh.err, HasSubstr("The key was not checked"));
 
@@ -107,7 +108,8 @@ TEST_F(ToolTest, RaisedIdsMakeTheToolDeafToTheCallersProxyAndKeyLog) {
   const std::vector<std::string> variables = {"https_proxy=http://127.0.0.1:9", "ALL_PROXY=http://127.0.0.1:9",
                                               "SSLKEYLOGFILE=" + keyLog};
   Call call{{"login", "--email", kEmail, "--password-stdin"}, std::string(kPassword) + "\n", variables};
-  EXPECT_EQ(5, RunTool(call).exit);  // root's own wish is respected: nothing listens there
+  EXPECT_EQ(5,
+            RunTool(call).exit);  // root's own wish is respected: nothing listens there
   EXPECT_TRUE(std::filesystem::remove(keyLog));
   call.realUid = 1000;
   call.effectiveUid = 0;

@@ -102,7 +102,8 @@ TEST_F(ToolTest, NoSecretIsSeenInProcessesOutputsOrLogs) {
     ToolProcess tool({{"login", "--email", kEmail, "--password-stdin"}, std::string(kPassword) + "\n"});
     while (Cloud().Requests(kLoginPath).empty()) usleep(1000);
     const std::string visible = VisibleToEverybody();
-    EXPECT_THAT(visible, HasSubstr("--password-stdin"));  // it did look at the tool
+    EXPECT_THAT(visible,
+                HasSubstr("--password-stdin"));  // it did look at the tool
     EXPECT_THAT(visible, Not(HasSubstr(kPassword)));
   }
   std::string seen;

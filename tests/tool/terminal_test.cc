@@ -1,4 +1,5 @@
-// The tool on a terminal: the prompt, the spinner, the question, and what a signal leaves behind.
+// The tool on a terminal: the prompt, the spinner, the question, and what a
+// signal leaves behind.
 #include <csignal>
 #include <filesystem>
 
