@@ -108,6 +108,7 @@ TEST_F(KeyValueFile, WritingKeepsEveryOtherByteAndRefusesWhatWouldNotReadBack) {
   gBefore = 0;
   for (const mode_t mask : {0777u, 0u}) {
     umask(mask);
+    unlink(path.c_str());
     EXPECT_EQ(0, Set("key", "\"q\"", nullptr));
     EXPECT_EQ("600 0:0", ModeAndOwner(path));
   }
