@@ -18,7 +18,7 @@ void LeaveTraces(TokenBench& bench) {
   bench.StoreTokens(0);
   EXPECT_TRUE(VARNKIVOAccountRegisterCrond());
   for (const char* name : {"/photos_token.json", "/lum,left_token.json"})
-    FakePlatform::Write(kPrivateFolder + std::string(name), "{}");
+    WriteFile(kPrivateFolder + std::string(name), "{}");
 }
 
 TEST(Logout, TellsTheAccountHostAndLeavesNothing) {
@@ -57,13 +57,13 @@ TEST(Logout, ARefusalHasItsCodeAndKeepsEverything) {
     SCOPED_TRACE(row.text);
     TokenBench bench;
     LeaveTraces(bench);
-    const std::string record = FakePlatform::Read(kRecord);
+    const std::string record = ReadFile(kRecord);
     bench.cloud->QueueFault(kLogoutPath, row.fault);
     EXPECT_EQ(-1, VARNKIVOAccountLogout(true));
     EXPECT_EQ(row.code, VARNKIVOErrGet());
     EXPECT_THAT(bench.device.LastLog(), StartsWith("Failed to logout: " + row.text));
     EXPECT_EQ(28, bench.device.Lines().back().line);
-    EXPECT_EQ(record, FakePlatform::Read(kRecord));
+    EXPECT_EQ(record, ReadFile(kRecord));
     EXPECT_TRUE(IsThere(kCronJob));
     EXPECT_THAT(TokenFiles(), testing::SizeIs(3));
   }
@@ -73,15 +73,14 @@ TEST(Logout, LocallyItAsksNobodyAndGoesOnWhateverFails) {
   for (const bool signedIn : {true, false}) {
     TokenBench bench;
     LeaveTraces(bench);
-    if (!signedIn) FakePlatform::Write(kRecord, "");
+    if (!signedIn) WriteFile(kRecord, "");
     bench.device.FailNext("VLIBCProcFork");
     bench.device.FailNext("ConfigManager::Remove", 1, 0);
     bench.device.FailNext("VLIBCExecl");
     EXPECT_EQ(0, VARNKIVOAccountLogout(false));
     EXPECT_EQ(signedIn ? "Logged out Varnholt Account: ann@example.com" : "Logged out Varnholt Account",
               bench.device.Logs()[0]);
-    EXPECT_EQ("account_pkce_service Failed to clear token files",
-              bench.device.LastLogSource() + " " + bench.device.LastLog());
+    EXPECT_EQ("account_pkce_service Failed to clear token files", bench.device.LastLine());
     EXPECT_EQ(1u, bench.device.Calls("VARNLogSet1(").size());
     EXPECT_EQ(0, VARNKIVOAccountLogout(false));
     EXPECT_FALSE(IsThere(kRecord) || IsThere(kCronJob));
@@ -119,12 +118,12 @@ TEST(Logout, WithoutAnAccessTokenToSendItFailsAndKeepsEverything) {
 TEST(Logout, AClientWithoutANameIsADash) {
   TokenBench bench;
   LeaveTraces(bench);
-  const std::string content = FakePlatform::Read(kLoginConfig);
+  const std::string content = ReadFile(kLoginConfig);
   Json::Value config = ParseJson(content);
   config.removeMember("client_id");
-  FakePlatform::Write(kLoginConfig, JsonText(config));
+  WriteFile(kLoginConfig, JsonText(config));
   VARNKIVOAccountLogout(true);
-  FakePlatform::Write(kLoginConfig, content);
+  WriteFile(kLoginConfig, content);
   EXPECT_THAT(bench.cloud.Requests(kLogoutPath).at(0).raw, testing::HasSubstr("\r\nX-Client-ID: -\r\n"));
 }
 

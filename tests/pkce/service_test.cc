@@ -203,13 +203,13 @@ TEST(Service, AuthKeyAnswersHaveTheirCodesAndStopTheLogin) {
 
 TEST(Service, WithoutATemplateThereIsNoService) {
   TokenBench bench;
-  const std::string content = FakePlatform::Read(kLoginConfig);
-  FakePlatform::Write(kLoginConfig, "{");
+  const std::string content = ReadFile(kLoginConfig);
+  WriteFile(kLoginConfig, "{");
   EXPECT_EQ("code 2: ", Result([] { return AccountPkceService(), ""; }).substr(0, 8));
   VARNKIVOErrSet(0);
   EXPECT_EQ(-1, VARNKIVOAccountLogout(false));
   EXPECT_EQ(KIVO_ERR_BAD_JSON, VARNKIVOErrGet());
-  FakePlatform::Write(kLoginConfig, content);
+  WriteFile(kLoginConfig, content);
   EXPECT_EQ("kivo-device-register", AccountPkceService().GetRegisterPkceConfig()["client_id"].asString());
 }
 
@@ -241,14 +241,13 @@ TEST(AccountService, LoginThrowsTheCodeAndTheJobFollowsTheSwitch) {
   TokenBench bench;
   const varnkivo::AccountService service;
   EXPECT_EQ("code 14:", Result([&] { return service.Login(kEmail, "wrong"), ""; }).substr(0, 8));
-  EXPECT_EQ("account_service VARNKIVOAccountLogin failed, email=ann@example.com",
-            bench.device.LastLogSource() + " " + bench.device.LastLog());
+  EXPECT_EQ("account_service VARNKIVOAccountLogin failed, email=ann@example.com", bench.device.LastLine());
   EXPECT_EQ("good", service.Login(kEmail, kPassword)["code"].asString());
   EXPECT_TRUE(IsThere(kCronJob));
-  FakePlatform::Write(kDeviceConf, "kivo_disable_report=\"yes\"\n");
+  WriteFile(kDeviceConf, "kivo_disable_report=\"yes\"\n");
   service.SetReportCrontab();
   EXPECT_FALSE(IsThere(kCronJob));
-  FakePlatform::Write(kDeviceConf, "");
+  WriteFile(kDeviceConf, "");
   bench.device.FailNext("ConfigManager::Save", 1, 0);
   service.SetReportCrontab();
   EXPECT_EQ("Failed to add crontab for kivo", bench.device.LastLog());
@@ -259,7 +258,7 @@ TEST(Plugins, AFailingOneIsOnlyLogged) {
   const varnkivo::KivoPluginManager plugins;
   device.FailNext("VLIBPluginSDKInit");
   plugins.Pre("kivo/login");
-  EXPECT_EQ("kivo_plugin_manager Failed to init plugin: kivo/login", device.LastLogSource() + " " + device.LastLog());
+  EXPECT_EQ("kivo_plugin_manager Failed to init plugin: kivo/login", device.LastLine());
   device.FailNext("VLIBPluginAction");
   plugins.Post("kivo/login");
   EXPECT_EQ("Failed to do plugin kivo/login, action=5", device.LastLog());
