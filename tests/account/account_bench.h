@@ -38,10 +38,8 @@ inline void WriteRecord(const std::string& content) { testsupport::WritePrivateF
 std::string AsUser(uid_t uid, gid_t gid, id_t saved, const std::function<std::string()>& work);
 /// "PRIORITY SOURCE:LINE TEXT\n" of each line that the library has logged, from the line `first` on.
 std::string Transcript(const testsupport::FakePlatform& device, std::size_t first = 0);
-/// The first `count` pairs as lines of the record.
-std::string Lines(const kivosim::Pairs& pairs, std::size_t count);
-inline std::string Line(const std::string& key, const std::string& value) { return Lines({{key, value}}, 1); }
-constexpr std::size_t kAllLines = SIZE_MAX;
+/// The record that "KEY=VALUE|KEY=VALUE" stands for, its first `count` lines.
+std::string Lines(const std::string& pairs, std::size_t count = SIZE_MAX);
 
 Json::Value ParseJson(const std::string& text);
 std::string JsonText(const Json::Value& value);
