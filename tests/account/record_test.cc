@@ -23,53 +23,6 @@ using Info = _tag_kivo_INFO_;
 
 namespace {
 
-struct Key {
-  std::string key, byDefault;
-  std::function<std::string()> get;  // of a flag: "yes" or "no"
-  std::function<void(const std::string&)> set;
-  bool IsFlag() const { return byDefault == "yes" || byDefault == "no"; }
-};
-
-Key Text(const char* key, std::string (User::*get)() const, void (User::*set)(const std::string&) const,
-         const char* byDefault = "") {
-  return {key, byDefault, [=] { return (User().*get)(); }, [=](const std::string& value) { (User().*set)(value); }};
-}
-
-Key Flag(const char* key, bool (User::*get)() const, void (User::*set)(bool) const, const char* byDefault = "no") {
-  const auto setFlag = [=](const std::string& value) { (User().*set)(value == "yes"); };
-  return {key, byDefault, [=] { return (User().*get)() ? "yes" : "no"; }, setFlag};
-}
-
-const Key kTime = {"last_query_time", "0", [] { return std::to_string(User().GetLastQueryTime()); },
-                   [](const std::string& value) { User().SetLastQueryTime(std::stoll(value)); }};
-const std::vector<Key> kKeys = {
-    Text("account_host", &User::GetAccountHost, &User::SetAccountHost),
-    Text("identity_host", &User::GetIdentityHost, &User::SetIdentityHost),
-    Text("kivoID", &User::GetEmail, &User::SetEmail),
-    Text("kivoIDSerial", &User::GetUserId, &User::SetUserId),
-    Text("lu_auth_key", &User::GetAuthKey, &User::SetAuthKey),
-    Text("full_name", &User::GetName, &User::SetName),
-    Text("country", &User::GetCountry, &User::SetCountry),
-    Text("timezone", &User::GetTimezone, &User::SetTimezone),
-    Text("notify_language", &User::GetNotifyLanguage, &User::SetNotifyLanguage),
-    Text("critical_version_list", &User::GetCriticalVersionList, &User::SetCriticalVersionList),
-    Text("critical_version_domain", &User::GetCriticalVersionDomain, &User::SetCriticalVersionDomain),
-    Text("report_cron_timestring", &User::GetReportCronTimestring, &User::SetReportCronTimestring, "~ 9~16 * * 1~5"),
-    kTime,
-    Flag("activated", &User::GetIsActivated, &User::SetIsActivated),
-    Flag("disabled", &User::GetIsDisabled, &User::SetIsDisabled),
-    Flag("enews", &User::GetIsEnews, &User::SetIsEnews),
-    Flag("critical_release", &User::GetIsCriticalRelease, &User::SetIsCriticalRelease),
-    Flag("enews_local_promotion", &User::GetIsEnewsLocalPromotion, &User::SetIsEnewsLocalPromotion),
-    Flag("realname_validation_pass", &User::GetIsRealnameValidationPass, &User::SetIsRealnameValidationPass, "yes")};
-
-/// The keys that do not read as their default, and "exists".
-std::string NotDefault() {
-  std::string keys;
-  for (const Key& key : kKeys) keys += key.get() == key.byDefault ? "" : key.key + " ";
-  return keys + (User().Exists() ? "exists" : "");
-}
-
 int CodeOf(const std::function<void()>& work) {
   try {
     work();
@@ -79,23 +32,15 @@ int CodeOf(const std::function<void()>& work) {
   return KIVO_ERR_SUCCESS;
 }
 
-TEST(Record, SetterWritesItsOwnKeyInPlaceAndNoOther) {
-  for (const Key& key : kKeys) {
-    std::vector<std::string> values = {"value of it", "new value"};
-    if (key.IsFlag()) values = {"yes", "no"};
-    if (key.key == kTime.key) values = {"-9223372036854775808", "-5", "4294967296", "9223372036854775807"};
-    FakePlatform device;
-    EXPECT_EQ("", NotDefault());
-    WriteRecord(Lines(key.key + "="));
-    EXPECT_EQ("", NotDefault());
-    WriteRecord("# a comment\n" + Lines(key.key + "=old") + "foreign=\"1\"\n");
-    for (const std::string& value : values) {
-      key.set(value);
-      EXPECT_EQ("# a comment\n" + Lines(key.key + "=" + value) + "foreign=\"1\"\n", ReadFile(kRecord));
-      EXPECT_EQ(value, key.get());
-      const std::string changed = value == key.byDefault ? "" : key.key + " ";
-      EXPECT_EQ(changed + (key.key == "kivoID" ? "exists" : ""), NotDefault());
-    }
+TEST(Record, MissingFileMissingKeyAndEmptyValueReadAsTheDefault) {
+  FakePlatform device;
+  for (const char* pairs :
+       {"", "country=", "kivoID=|report_cron_timestring=|realname_validation_pass=|last_query_time="}) {
+    if (*pairs) WriteRecord(Lines(pairs));
+    EXPECT_FALSE(User().Exists() || User().GetIsActivated());
+    EXPECT_TRUE(User().GetIsRealnameValidationPass());
+    EXPECT_EQ("~ 9~16 * * 1~5", User().GetReportCronTimestring());
+    EXPECT_EQ(0, User().GetLastQueryTime());
   }
 }
 
@@ -109,16 +54,6 @@ TEST(Record, FlagsKnowTwoWordsAndNumbersAreWholeOrTheDefault) {
   for (const char* number : {"12abc", " 12", "1e3", "0x10", "-", "9223372036854775808", "-9223372036854775809"}) {
     WriteRecord(Lines(std::string("last_query_time=") + number));
     EXPECT_EQ(0, User().GetLastQueryTime()) << number;
-  }
-}
-
-TEST(Record, ValueReadsBackUpTo2047BytesAndCannotAddAKey) {
-  FakePlatform device;
-  for (const std::string& value :
-       {std::string("x\"\naccount_host=\"https://evil.example"), std::string(2047, 'a') + "z"}) {
-    User().SetName(value);
-    EXPECT_EQ(value.substr(0, 2047), User().GetName());
-    EXPECT_EQ("full_name ", NotDefault());
   }
 }
 
@@ -141,12 +76,6 @@ TEST(Record, EverySetLeavesModeAndOwnerAlsoWhenTheWriteFails) {
     EXPECT_EQ("0600 934:934", ModeAndOwner(kRecord));
   }
   EXPECT_EQ("3 user:379 Failed to set kivo config for lu_auth_key:0123456789\n", Transcript(device));
-  for (const char* call : {"fchmod", "fchown"}) device.FailNext(call, 2);
-  User().SetName("Bob");
-  device.StopFailing();
-  EXPECT_TRUE(device.HasLog(std::string("Failed to chmod, path=") + kRecord + ", reason=Operation not permitted"));
-  EXPECT_EQ(std::string("user Failed to chown, path=") + kRecord + ", reason=Operation not permitted",
-            device.LastLine());
 }
 
 constexpr char kContent[] = "kivoID=\"a@b\"\nkivoIDSerial=\"1001\"\nlu_auth_key=\"key\"\n";
