@@ -182,6 +182,30 @@ TEST(Login, FailureAfterTheYesKeepsWhatWasDoneBefore) {
   }
 }
 
+TEST(Login, UnknownApiKeyIsReplacedAndAQueryThatFailsEndsTheKeyLoginOnly) {
+  Json::Value response;
+  for (const Login& login : kByServer) {
+    Bench bench;
+    auto unknown = kivosim::Fault::Answer(400, R"({"code":"apikey_not_found"})");
+    unknown.skipHandler = true;
+    bench.cloud->QueueFault(login.path, unknown);
+    bench.cloud->QueueFault(kQuery, kivosim::Fault::Answer(503, ""));
+    EXPECT_EQ(0, login.run(response));
+    EXPECT_EQ(KIVO_ERR_SEND, VARNKIVOErrGet());
+    EXPECT_TRUE(IsThere(kRecord));
+    const auto requests = bench.cloud.Requests(login.path);
+    ASSERT_EQ(2u, requests.size());
+    EXPECT_EQ(requests[1].Param("api_key") + "\n", ReadFile(kApiKeyFile));
+  }
+  Bench bench;
+  bench.SignIn(301);  // an earlier account's record goes too
+  bench.cloud->QueueFault(kQuery, kivosim::Fault::Answer(503, ""));
+  EXPECT_EQ(-1, kKeyLogin.run(response));
+  EXPECT_EQ(KIVO_ERR_AUTH, VARNKIVOErrGet());
+  EXPECT_FALSE(IsThere(kRecord));
+  EXPECT_THAT(bench.Steps({"VLIBPluginAction", "ConfigManager", "VARNLogSet1"}), IsEmpty());
+}
+
 TEST(Login, RecordAndConfigurationDecideToo) {
   Json::Value response;
   for (const std::string value : {"yes", "YES"}) {
