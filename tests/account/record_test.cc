@@ -165,6 +165,9 @@ TEST(AccountInfo, GetAndSetRefuseNullAndGetNeedsAuthKeyAndUserId) {
     EXPECT_EQ(KIVO_ERR_BAD_PARAM, VARNKIVOErrGet());
   }
   auto info = FullInfo(5), before = FullInfo(5);
+  device.FailNext("VLIBCSzHashAlloc");  // memory that runs out becomes a code
+  EXPECT_EQ(-1, VARNKIVOAccountGet(info.get()));
+  EXPECT_EQ(KIVO_ERR_SYSTEM, VARNKIVOErrGet());
   for (const char* record : {"", "kivoID=\"a@b\"\nlu_auth_key=\"k\"\n", "kivoIDSerial=\"1\"\n"}) {
     WriteRecord(record);
     EXPECT_EQ(-1, VARNKIVOAccountGet(info.get())) << record;

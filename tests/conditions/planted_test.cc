@@ -1,11 +1,7 @@
-// Other users who put links, fifos, folders and hard links where the library will write, and who watch it.
-#include <fcntl.h>
+// Other users who put links, fifos, folders and hard links where the library will write.
 #include <gmock/gmock.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
-#include <varnkivo/user.h>
 
 #include <filesystem>
 
@@ -59,35 +55,6 @@ TEST(Planted, NothingOutsideIsTouchedAndNobodyWaits) {
       fs::remove_all(place.path);
       EXPECT_EQ("login 0 0", InChild(Login)) << "it works again once the trap is gone";
     }
-}
-
-/// Looks at the private folder until it is killed; what it saw that was not private goes into `log`.
-[[noreturn]] void Watch(const char* log) {
-  for (;;) {
-    std::error_code gone;
-    for (const auto& entry : fs::directory_iterator(kFolder, gone)) {
-      const std::string facts = ModeAndOwner(entry.path());  // a file still being made may be root's
-      const std::string mode = entry.path() == kRecord ? "0600 934:934" : "0600 ";
-      if (facts != "none" && facts.rfind(mode, 0) != 0) WriteFile(log, entry.path().string() + " " + facts);
-    }
-  }
-}
-
-TEST(Planted, AWatcherNeverSeesAPrivateFileThatIsNot) {
-  FreshCloud();
-  ASSERT_EQ("login 0 0", InChild(Login));
-  const char* log = "/tmp/seen";
-  fs::remove(log);
-  const pid_t watcher = fork();
-  if (watcher == 0) Watch(log);
-  EXPECT_EQ("done", InChild([] {
-              umask(0);
-              for (int i = 0; i < 1000; ++i) varnkivo::User().SetName(std::to_string(i));
-              return std::string("done");
-            }));
-  kill(watcher, SIGKILL);
-  waitpid(watcher, nullptr, 0);
-  EXPECT_EQ("", ReadFile(log));
 }
 
 }  // namespace
