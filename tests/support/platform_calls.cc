@@ -73,6 +73,9 @@ FAKE_OPEN(int, VLIBCFileLockByFile, "lock", (const char* path, int exclusive, in
           got >= 0)
 FAKE_CLOSE(int, VLIBCFileUnlockByFile, "lock", int, handle, handle >= 0)
 
+FAKE(int, VLIBCFileGetKeys, (const char* path, VLIBSzHash* values, const char* separator), (path, values, separator))
+FAKE(int, VLIBGetOriginalSerialNumber, (char* serial, int size), (serial, size))
+FAKE(int, VARNCloudServiceLutokenGenerateToken, (const char* serial, char* token, int size), (serial, token, size))
 FAKE(int, VLIBGetSerialNumber, (char* serial, int size), (serial, size))
 FAKE(int, VARNLuinfoCloudServiceGetMacAddress, (char* mac, int size), (mac, size))
 FAKE(int, VLIBLuinfoUserAgentGet, (const char* product, char* agent, int size), (product, agent, size))
