@@ -9,6 +9,7 @@
 
 #include "account_state.h"
 #include "failure.h"
+#include "history.h"
 #include "spinner.h"
 
 namespace kivotool {
@@ -17,8 +18,9 @@ namespace {
 constexpr int kSeconds = 30 + 4 * 30;  // the lock, then a renewal, a grant, its exchange and a sign-out
 
 /// The sign-in may have ended in the middle: the library signs the device out when nothing can rescue the token.
-Failure TokenFailure(const varnkivo::KivoException& error, const std::string& again, const AccountState& before) {
-  if (before.signIn == SignIn::kSignedIn && ReadAccountState().signIn != SignIn::kSignedIn) {
+Failure TokenFailure(const varnkivo::KivoException& error, const std::string& again, const AccountState& before,
+                     Voice voice) {
+  if (NoticeSignOut(before, error.GetCode(), voice)) {
     Failure failure = NotSignedInFailure();
     failure.libraryCode = error.GetCode();
     failure.cause = "The account centre no longer accepts this device: it has been signed out.";
@@ -55,7 +57,7 @@ std::string FetchDeviceToken(bool id, const std::string& again, bool quiet) {
     RequirePrintable(token);
     return token;
   } catch (const varnkivo::KivoException& error) {
-    throw TokenFailure(error, again, before);
+    throw TokenFailure(error, again, before, VoiceFor(quiet));
   } catch (const std::bad_cast&) {
     throw Failure{kFailed,
                   std::nullopt,
