@@ -2,6 +2,8 @@
 #ifndef VARNKIVO_INTERNAL_JSON_UTILS_H_
 #define VARNKIVO_INTERNAL_JSON_UTILS_H_
 
+#include "internal/wiped.h"
+
 #include <json/json.h>
 
 #include <optional>
@@ -27,6 +29,9 @@ std::optional<bool> ToBool(const Json::Value& value);
 const char* StringOrNull(const Json::Value& object, const char* name);
 /// isMember that is false instead of throwing where `value` is not an object.
 bool HasMember(const Json::Value& value, const char* name);
+
+/// `value` as a file keeps it: on one line, without comments, with a newline at its end.
+Wiped JsonLine(const Json::Value& value);
 
 }  // namespace varnkivo
 

@@ -8,6 +8,9 @@
 #include "kivo_exception.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
+#include <sstream>
 
 namespace varnkivo {
 namespace {
@@ -66,5 +69,18 @@ const char* StringOrNull(const Json::Value& object, const char* name) {
 }
 
 bool HasMember(const Json::Value& value, const char* name) { return value.isObject() && value.isMember(name); }
+
+/// A comment of the server's would take the rest of the line with it.
+Wiped JsonLine(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["commentStyle"] = "None";
+  builder["emitUTF8"] = true;
+  std::ostringstream out;
+  std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter())->write(value, &out);
+  out << '\n';
+  if (!out) throw std::bad_alloc();  // a stream does not let it through, and would give half a text
+  return Wiped(out.str());
+}
 
 }  // namespace varnkivo
