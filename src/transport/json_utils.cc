@@ -47,8 +47,9 @@ Json::Value ReadJsonFile(const std::string& path) {
   return value;
 }
 
-std::optional<std::string> TextMember(const Json::Value& object, const char* name) {
-  const Json::Value& value = object[name];
+std::optional<std::string> TextMember(const Json::Value& object, const char* name) { return ToText(object[name]); }
+
+std::optional<std::string> ToText(const Json::Value& value) {
   if (value.isObject() || value.isArray()) return std::nullopt;
   std::string text = value.asString();
   if (text.find('\0') != std::string::npos) return std::nullopt;
