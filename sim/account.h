@@ -2,11 +2,19 @@
 // answered. Plain data; the simulator keeps copies.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kivosim {
+
+/// A sign of life of a device that is signed in.
+struct DeviceReport {
+  std::uint64_t time = 0;  ///< seconds since 1970
+  std::string timezone, serial;
+};
 
 struct Account {
   std::string email;
@@ -37,6 +45,9 @@ struct Account {
   /// The auth key of each serial number that is signed in. Filled by sign-ins; a key stays the same until it is
   /// revoked. May be filled beforehand.
   std::map<std::string, std::string> authKeys = {};
+
+  std::string registeredBy = {};           ///< serial number of the device that registered it; "": none did
+  std::vector<DeviceReport> reports = {};  ///< those accepted, the oldest first
 };
 
 }  // namespace kivosim

@@ -27,6 +27,31 @@ void SetIfGiven(Json::Value& json, const char* name, const std::optional<Value>&
   if (value) json[name] = *value;
 }
 
+void TakeReports(JsonMembers& members, std::vector<DeviceReport>& reports) {
+  if (!members.Has("reports")) return;
+  const Json::Value list = members.TakeAny("reports");
+  if (!list.isArray()) throw std::runtime_error("\"reports\" must be a list");
+  for (const Json::Value& json : list) {
+    JsonMembers report(json);
+    DeviceReport& taken = reports.emplace_back();
+    report.Take("time", taken.time);
+    report.Take("timezone", taken.timezone);
+    report.Take("serial", taken.serial);
+    report.End();
+  }
+}
+
+Json::Value ReportsToJson(const std::vector<DeviceReport>& reports) {
+  Json::Value list(Json::arrayValue);
+  for (const DeviceReport& report : reports) {
+    Json::Value& json = list.append(Json::Value());
+    json["time"] = Json::UInt64{report.time};
+    json["timezone"] = report.timezone;
+    json["serial"] = report.serial;
+  }
+  return list;
+}
+
 }  // namespace
 
 Account AccountFromJson(const Json::Value& json) {
@@ -53,6 +78,8 @@ Account AccountFromJson(const Json::Value& json) {
   members.Take("identity_host", account.identityHost);
   members.Take("refusal", account.refusal);
   TakeMap(members, "auth_keys", account.authKeys, [](const Json::Value& value) { return value.asString(); });
+  members.Take("registered_by", account.registeredBy);
+  TakeReports(members, account.reports);
   members.End();
   return account;
 }
@@ -78,6 +105,8 @@ Json::Value AccountToJson(const Account& account) {
   SetIfGiven(json, "identity_host", account.identityHost);
   json["refusal"] = account.refusal;
   json["auth_keys"] = MapToJson(account.authKeys);
+  json["registered_by"] = account.registeredBy;
+  json["reports"] = ReportsToJson(account.reports);
   return json;
 }
 

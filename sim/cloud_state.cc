@@ -77,6 +77,16 @@ bool CloudState::RemoveAuthKey(const std::string& userId, const std::string& ser
   return removed;
 }
 
+void CloudState::SetAccountLimit(std::uint64_t limit) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  accountLimit_ = limit;
+}
+
+std::uint64_t CloudState::AccountLimit() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return accountLimit_;
+}
+
 void CloudState::GrantAccessToken(const std::string& token, const std::string& userId) {
   const std::lock_guard<std::mutex> lock(mutex_);
   accessTokens_[token] = userId;
@@ -134,6 +144,7 @@ void CloudState::Reset() {
   oauth_.Reset();
   const std::lock_guard<std::mutex> lock(mutex_);
   accounts_.clear();
+  accountLimit_ = kDefaultAccountLimit;
   accessTokens_.clear();
   devices_.clear();
 }

@@ -3,6 +3,7 @@
 // The identity host's own memory is the TokenStore, which locks for itself; neither lock is taken under the other.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -35,6 +36,10 @@ class CloudState {
   std::optional<std::pair<Account, std::string>> FindByAuthKey(const std::string& key) const;
   /// Takes the auth key of a device away if it is this one. False: it is not.
   bool RemoveAuthKey(const std::string& userId, const std::string& serial, const std::string& key);
+
+  /// How many accounts one device may register.
+  void SetAccountLimit(std::uint64_t limit);
+  std::uint64_t AccountLimit() const;
 
   void GrantAccessToken(const std::string& token, const std::string& userId);
   /// The account of a token that was granted directly or issued by the identity host and is good still.
@@ -70,6 +75,7 @@ class CloudState {
   TokenStore oauth_;
   mutable std::mutex mutex_;
   std::vector<Account> accounts_;
+  std::uint64_t accountLimit_ = kDefaultAccountLimit;
   std::map<std::string, std::string> accessTokens_;  // token -> user id
   std::map<std::string, Device> devices_;            // by serial number
 };

@@ -26,6 +26,8 @@ struct ControlCall {
   Json::Value (*answer)(const Call&);
 };
 
+/// The calls that change or remove an account, or say how many there may be.
+const std::vector<ControlCall>& AccountCalls();
 /// The calls about tokens and about hosts that are down.
 const std::vector<ControlCall>& TokenCalls();
 

@@ -148,6 +148,7 @@ const ControlCall kCalls[] = {{"GET", "/journal", GetJournal},
 
 std::vector<ControlCall> AllCalls() {
   std::vector<ControlCall> calls(std::begin(kCalls), std::end(kCalls));
+  calls.insert(calls.end(), AccountCalls().begin(), AccountCalls().end());
   calls.insert(calls.end(), TokenCalls().begin(), TokenCalls().end());
   return calls;
 }

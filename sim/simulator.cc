@@ -70,6 +70,7 @@ bool Simulator::RemoveAccount(const std::string& emailOrUserId) { return impl_->
 bool Simulator::Revoke(const std::string& emailOrUserId) {
   return ChangeAccount(emailOrUserId, [](Account& account) { account.authKeys.clear(); });
 }
+void Simulator::SetAccountLimit(std::uint64_t limit) { impl_->service.state.SetAccountLimit(limit); }
 void Simulator::GrantAccessToken(const std::string& accessToken, const std::string& userId) {
   impl_->service.state.GrantAccessToken(accessToken, userId);
 }

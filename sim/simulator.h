@@ -36,6 +36,8 @@ enum class ApiKeyPolicy {
   kOnlyRegistered,     ///< only what RegisterApiKey() was told
 };
 
+inline constexpr std::uint64_t kDefaultAccountLimit = 5;
+
 struct Options {
   std::string address = "127.0.0.1";
   std::uint16_t port = 443;  ///< 0: any free one, see Port()
@@ -73,6 +75,8 @@ class Simulator {
   bool RemoveAccount(const std::string& emailOrUserId);
   /// Forgets the auth keys of an account: the next query with one is answered "badauth". False: unknown account.
   bool Revoke(const std::string& emailOrUserId);
+  /// How many accounts a device may register; those that are removed do not count.
+  void SetAccountLimit(std::uint64_t limit);
   /// Makes `accessToken` good for an OAuth sign-in ("good/user/launch") as this user.
   void GrantAccessToken(const std::string& accessToken, const std::string& userId);
 

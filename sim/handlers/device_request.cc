@@ -21,18 +21,30 @@ bool IsTokenRight(const Request& request) {
 
 }  // namespace
 
-Handler DeviceHandler(std::vector<Parameter> parameters, std::function<Response(const Request&, CloudState&)> answer) {
+Handler DeviceHandler(std::vector<Parameter> parameters, Handler answer, CodeWriter refuse) {
   std::vector<Parameter> expected = {
       {"lu_sn"}, {"lu_token"}, {"kivoID", Parameter::kOptional}, {"kivoPW", Parameter::kOptional}};
   expected.insert(expected.end(), parameters.begin(), parameters.end());
-  return [expected, answer = std::move(answer)](const Request& request, CloudState& state) -> Reply {
+  return [expected, answer = std::move(answer), refuse](const Request& request, CloudState& state) -> Reply {
     const std::string problem = CheckDeviceForm(request, expected);
-    if (!problem.empty()) return {CodeAnswer("badparam"), problem};
-    if (!IsTokenRight(request)) return {CodeAnswer("badauth"), "\"lu_token\" is wrong"};
-    return {answer(request, state)};
+    if (!problem.empty()) return {refuse("badparam"), problem};
+    if (!IsTokenRight(request)) return {refuse("badauth"), "\"lu_token\" is wrong"};
+    return answer(request, state);
   };
 }
 
 Response CodeAnswer(const std::string& code) { return {code == "good" ? 200 : 400, "{\"code\":\"" + code + "\"}"}; }
+
+Response WordAnswer(const std::string& code) { return {code == "good" ? 200 : 400, code, "text/plain"}; }
+
+std::string CheckHolder(const Request& request, const CloudState& state) {
+  const std::optional<Account> account = state.Find(request.Param("id"));
+  if (!account || account->userId != request.Param("id")) return "account_not_found";
+  const auto key = account->authKeys.find(request.Param("lu_sn"));
+  if (key == account->authKeys.end() || key->second != request.Param("auth_key")) return "badauth";
+  return account->refusal;
+}
+
+bool IsFlag(const std::string& value) { return value == "true" || value == "false"; }
 
 }  // namespace kivosim

@@ -22,8 +22,9 @@ std::string CheckEnvelope(const Request& request) {
 std::string CheckValue(const Parameter& parameter, const std::string& value) {
   const bool filled = parameter.kind == Parameter::kFilled || parameter.kind == Parameter::kRepeated;
   if (filled && value.empty()) return "\"" + parameter.name + "\" is empty";
-  if (!parameter.value.empty() && value != parameter.value) return "\"" + parameter.name + "\" is \"" + value + "\"";
-  return "";
+  const bool wrong =
+      (!parameter.value.empty() && value != parameter.value) || (parameter.isRight && !parameter.isRight(value));
+  return wrong ? "\"" + parameter.name + "\" is \"" + value + "\"" : "";
 }
 
 /// Walks the pairs beside the expected names; only optional ones may be left out.

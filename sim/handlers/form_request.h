@@ -18,7 +18,8 @@ struct Parameter {
   };
   std::string name;
   Kind kind = kFilled;
-  std::string value = {};  ///< not empty: the only value allowed
+  std::string value = {};                         ///< not empty: the only value allowed
+  bool (*isRight)(const std::string&) = nullptr;  ///< not null: asked of every value
 };
 
 /// "" for a POST without query text whose form body holds `expected` in this order and nothing else; else what is

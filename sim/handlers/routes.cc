@@ -15,6 +15,9 @@ const std::vector<Route>& Routes() {
     AddPasswordLogin(all);
     AddLaunch(all);
     AddUserQuery(all);
+    AddUserRegister(all);
+    AddUserUpdate(all);
+    AddReport(all);
     AddCallbacks(all);
     AddAuthorize(all);
     AddToken(all);

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "sim/cloud_state.h"
@@ -15,8 +16,9 @@ enum class HostFamily { kAccount, kIdentity, kPayment };
 
 /// An answer, and what is wrong with the request ("" when nothing is).
 struct Reply {
+  Reply(Response answer, std::string wrong = {}) : response(std::move(answer)), complaint(std::move(wrong)) {}
   Response response;
-  std::string complaint = {};
+  std::string complaint;
 };
 
 using Handler = std::function<Reply(const Request&, CloudState&)>;
@@ -33,6 +35,9 @@ Reply Dispatch(const Request& request, CloudState& state);
 void AddPasswordLogin(std::vector<Route>& routes);
 void AddLaunch(std::vector<Route>& routes);
 void AddUserQuery(std::vector<Route>& routes);
+void AddUserRegister(std::vector<Route>& routes);
+void AddUserUpdate(std::vector<Route>& routes);
+void AddReport(std::vector<Route>& routes);
 void AddCallbacks(std::vector<Route>& routes);
 void AddAuthorize(std::vector<Route>& routes);
 void AddToken(std::vector<Route>& routes);

@@ -28,12 +28,10 @@ Json::Value Profile(const Account& account) {
 }
 
 Response Answer(const Request& request, CloudState& state) {
+  const std::string refusal = CheckHolder(request, state);
+  if (!refusal.empty()) return CodeAnswer(refusal);
   const std::optional<Account> account = state.Find(request.Param("id"));
-  if (!account || account->userId != request.Param("id")) return CodeAnswer("account_not_found");
-  const auto key = account->authKeys.find(request.Param("lu_sn"));
-  if (key == account->authKeys.end() || key->second != request.Param("auth_key")) return CodeAnswer("badauth");
-  if (!account->refusal.empty()) return CodeAnswer(account->refusal);
-  return {200, JsonText(Profile(*account))};
+  return account ? Response{200, JsonText(Profile(*account))} : CodeAnswer("account_not_found");
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace {
 
 Reply Answer(const Request& request, const Hook& hook, bool skipHandler, CloudState& state) {
   try {
-    if (skipHandler) return {{}};
+    if (skipHandler) return Response{};
     if (hook)
       if (std::optional<Response> response = hook(request)) return {*response};
     return Dispatch(request, state);
