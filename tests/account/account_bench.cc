@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 #include <json/reader.h>
 #include <json/writer.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <varnkivo/varnkivo.h>
 
@@ -30,7 +28,7 @@ namespace accounttest {
 Bench::Bench() {
   device.SetTime(kNow);
   for (const char* secret : {kPassword, kAuthKey, kApiKey, kAccessToken}) device.MustNotLog(secret);
-  FakePlatform::Write(kApiKeyFile, std::string(kApiKey) + "\n");
+  WriteFile(kApiKeyFile, std::string(kApiKey) + "\n");
   kivosim::Account ann{kEmail, kPassword, kUserId};
   ann.authKeys[kSerial] = kAuthKey;
   cloud->AddAccount(ann);
@@ -38,10 +36,8 @@ Bench::Bench() {
 }
 
 void Bench::SignIn(std::int64_t secondsAgo) {
-  const std::string time = std::to_string(kNow - secondsAgo);
-  WriteRecord(
-      Lines({{"kivoID", kEmail}, {"kivoIDSerial", kUserId}, {"lu_auth_key", kAuthKey}, {"last_query_time", time}},
-            kAllLines));
+  WriteRecord(Lines(std::string("kivoID=") + kEmail + "|kivoIDSerial=" + kUserId + "|lu_auth_key=" + kAuthKey +
+                    "|last_query_time=" + std::to_string(kNow - secondsAgo)));
 }
 
 std::vector<std::string> Bench::Steps(const std::vector<std::string>& names) const {
@@ -57,48 +53,11 @@ std::vector<std::string> Bench::Steps(const std::vector<std::string>& names) con
   return steps;
 }
 
-void WriteRecord(const std::string& content) {
-  FakePlatform::Write(kRecord, content);
-  EXPECT_EQ(0, chmod(kRecord, 0600));
-  EXPECT_EQ(0, chown(kRecord, 934, 934));
-}
-
-std::string ModeAndOwner(const std::string& path) {
-  struct stat status {};
-  if (lstat(path.c_str(), &status) != 0) return "none";
-  char text[64];
-  std::snprintf(text, sizeof text, "%04o %u:%u", status.st_mode & 07777u, status.st_uid, status.st_gid);
-  return text;
-}
-
 std::string AsUser(uid_t uid, gid_t gid, id_t saved, const std::function<std::string()>& work) {
-  int ends[2];
-  if (pipe(ends) != 0) return "no pipe";
-  const pid_t child = fork();
-  if (child == 0) {
+  return InChild([&] {
     const bool lowered = setresgid(gid, gid, saved) == 0 && setresuid(uid, uid, saved) == 0;
-    const std::string result = lowered ? work() : "ids not lowered";
-    _exit(write(ends[1], result.data(), result.size()) == static_cast<ssize_t>(result.size()) ? 0 : 1);
-  }
-  close(ends[1]);
-  std::string result;
-  char block[4096];
-  ssize_t got;
-  while ((got = read(ends[0], block, sizeof block)) > 0) result.append(block, static_cast<std::size_t>(got));
-  close(ends[0]);
-  int status = -1;
-  EXPECT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_EQ(0, status);
-  return result;
-}
-
-std::string Ids() {
-  uid_t u[3];
-  gid_t g[3];
-  if (getresuid(&u[0], &u[1], &u[2]) != 0 || getresgid(&g[0], &g[1], &g[2]) != 0) return "";
-  std::ostringstream out;
-  out << u[0] << ',' << u[1] << ',' << u[2] << ' ' << g[0] << ',' << g[1] << ',' << g[2];
-  return out.str();
+    return lowered ? work() : "ids not lowered";
+  });
 }
 
 std::string Transcript(const FakePlatform& device, std::size_t first) {
@@ -123,10 +82,10 @@ std::string JsonText(const Json::Value& value) {
   return Json::writeString(builder, value);
 }
 
-std::string Lines(const kivosim::Pairs& pairs, std::size_t count) {
-  std::string out;
-  for (std::size_t i = 0; i < std::min(count, pairs.size()); ++i)
-    out += pairs[i].first + "=\"" + pairs[i].second + "\"\n";
+std::string Lines(const std::string& pairs, std::size_t count) {
+  std::string out, pair;
+  for (std::istringstream in(pairs); count > 0 && std::getline(in, pair, '|'); --count)
+    out += pair.replace(pair.find('='), 1, "=\"") + "\"\n";
   return out;
 }
 

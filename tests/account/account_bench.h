@@ -33,21 +33,13 @@ struct Bench {
   testsupport::Cloud cloud;
 };
 
-void WriteRecord(const std::string& content);
-/// "0600 934:934", or "none".
-std::string ModeAndOwner(const std::string& path);
-inline bool IsThere(const std::string& path) { return ModeAndOwner(path) != "none"; }
-
+inline void WriteRecord(const std::string& content) { testsupport::WritePrivateFile(testsupport::kRecord, content); }
 /// Runs `work` in a child that has lowered its ids from root, keeping `saved` to come back, and returns its result.
 std::string AsUser(uid_t uid, gid_t gid, id_t saved, const std::function<std::string()>& work);
-/// Real, effective and saved ids of this process, as "UID,UID,UID GID,GID,GID".
-std::string Ids();
 /// "PRIORITY SOURCE:LINE TEXT\n" of each line that the library has logged, from the line `first` on.
 std::string Transcript(const testsupport::FakePlatform& device, std::size_t first = 0);
-/// The first `count` pairs as lines of the record.
-std::string Lines(const kivosim::Pairs& pairs, std::size_t count);
-inline std::string Line(const std::string& key, const std::string& value) { return Lines({{key, value}}, 1); }
-constexpr std::size_t kAllLines = SIZE_MAX;
+/// The record that "KEY=VALUE|KEY=VALUE" stands for, its first `count` lines.
+std::string Lines(const std::string& pairs, std::size_t count = SIZE_MAX);
 
 Json::Value ParseJson(const std::string& text);
 std::string JsonText(const Json::Value& value);

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "account_bench.h"
+#include "process.h"
 #include "sim/device_token.h"
 
 using namespace accounttest;
@@ -47,10 +48,10 @@ const Operation kOperations[] = {
      }}};
 
 TEST(Profile, RegistrationSendsItsFieldsInOrder) {
-  FakePlatform::Write("/etc/timezone", "Europe/Berlin\n");
+  WriteFile("/etc/timezone", "Europe/Berlin\n");
   for (const char* country : {static_cast<const char*>(nullptr), "DEU", ""}) {
     Bench bench;
-    FakePlatform::Write(kDeviceConf, country ? "language=\"ger\"\n" : "");
+    WriteFile(kDeviceConf, country ? "language=\"ger\"\n" : "");
     Answer(bench, kRegister, "good");
     VARNKIVOErrSet(KIVO_ERR_UNKNOWN);
     EXPECT_EQ(0, VARNKIVOAccountRegister("a+b@c", kPassword, "Ann & Co", true, false, true, country));
@@ -110,14 +111,14 @@ TEST(Profile, UpdateSendsExactlyWhatWasGiven) {
   for (const auto& row : rows) {
     Bench bench;
     bench.SignIn(0);
-    const std::string record = FakePlatform::Read(kRecord);
+    const std::string record = ReadFile(kRecord);
     Answer(bench, kUpdate, "good, with a tail");
     EXPECT_EQ(0, VARNKIVOAccountSetInfo(row.name, row.email, row.password, row.newPassword, row.country, row.language,
                                         row.zone, row.enews, row.release, row.promotion, row.list));
     std::vector<std::string> expected = {"id=1001", std::string("auth_key=") + kAuthKey, "serial_no=2040VKN000001"};
     expected.insert(expected.end(), row.sent.begin(), row.sent.end());
     EXPECT_EQ(expected, Sent(bench));
-    EXPECT_EQ(record, FakePlatform::Read(kRecord));
+    EXPECT_EQ(record, ReadFile(kRecord));
   }
 }
 
@@ -148,8 +149,7 @@ TEST(Profile, FailingStepGivesItsCodeAndMessageAndSendsNothing) {
       }
       EXPECT_EQ(-1, operation.run());
       EXPECT_EQ(step.code, VARNKIVOErrGet());
-      EXPECT_THAT(bench.device.LastLogSource() + " " + bench.device.LastLog(),
-                  StartsWith(operation.source + " " + step.message));
+      EXPECT_THAT(bench.device.LastLine(), StartsWith(operation.source + " " + step.message));
       EXPECT_THAT(bench.cloud.Requests(), IsEmpty());
     }
   }
@@ -216,7 +216,7 @@ TEST(Profile, ANewPasswordIsAnnouncedAndNothingOfThatCanFailIt) {
                                         -1, nullptr));
     if (calls.empty()) calls = bench.device.Calls();
     EXPECT_EQ(row.logged, bench.device.LastLog());
-    const std::string sent = FakePlatform::Read(kNotifications);
+    const std::string sent = ReadFile(kNotifications);
     EXPECT_EQ(row.logged.empty(), !sent.empty());
     if (!sent.empty()) {
       EXPECT_EQ(R"(KivoPasswordChanged {"%KIVO_ACCOUNT%":"ann@example.com"})",

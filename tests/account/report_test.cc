@@ -5,6 +5,7 @@
 #include <varnkivo/varnkivo.h>
 
 #include "pkce/token_bench.h"
+#include "process.h"
 #include "sim/device_token.h"
 
 using namespace tokentest;
@@ -39,7 +40,7 @@ struct ReportBench : TokenBench {
   }
   /// "TAG PARAMS" of the one notification, or "".
   static std::string Notification() {
-    const std::string text = FakePlatform::Read(kNotifications);
+    const std::string text = ReadFile(kNotifications);
     if (text.empty()) return "";
     const Json::Value sent = ParseJson(text);
     return sent["tag"].asString() + " " + JsonText(sent["params"]);
@@ -47,7 +48,7 @@ struct ReportBench : TokenBench {
 };
 
 TEST(Report, SendsItsFiveFieldsAndNothingMore) {
-  FakePlatform::Write("/etc/timezone", "Europe/Berlin\n");
+  WriteFile("/etc/timezone", "Europe/Berlin\n");
   ReportBench bench;
   bench.Answer(R"({"code":"good"})");
   EXPECT_EQ(0, VARNKIVOReportInfo());
@@ -66,7 +67,7 @@ TEST(Report, NobodySignedInOrOptedOutSendsNothing) {
   for (const std::string value : {"yes", "no", "YES", "true", ""}) {
     SCOPED_TRACE(value);
     ReportBench bench;
-    FakePlatform::Write(kDeviceConf, "kivo_disable_report=\"" + value + "\"\n");
+    WriteFile(kDeviceConf, "kivo_disable_report=\"" + value + "\"\n");
     if (value != "yes") bench.Answer(R"({"code":"good"})");
     EXPECT_EQ(0, VARNKIVOReportInfo());
     EXPECT_EQ(value == "yes" ? 0u : 1u, bench.cloud.Requests(kReport).size());
@@ -95,8 +96,7 @@ TEST(Report, FailingStepGivesItsCodeAndMessageAndSendsNothing) {
     bench.device.FailAfter(step.call, step.before, step.result);
     EXPECT_EQ(-1, VARNKIVOReportInfo());
     EXPECT_EQ(step.code, VARNKIVOErrGet());
-    EXPECT_THAT(bench.device.LastLogSource() + " " + bench.device.LastLog(),
-                StartsWith("kivo_report_info " + step.message));
+    EXPECT_THAT(bench.device.LastLine(), StartsWith("kivo_report_info " + step.message));
     EXPECT_THAT(bench.cloud.Requests(), IsEmpty());
   }
 }
@@ -121,14 +121,14 @@ TEST(Report, AnyOtherAnswerKeepsTheSignIn) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.body);
     ReportBench bench;
-    const std::string job = FakePlatform::Read(kCronJob);
+    const std::string job = ReadFile(kCronJob);
     bench.Answer(row.body, row.status);
     EXPECT_EQ(-1, VARNKIVOReportInfo());
     EXPECT_EQ(row.code, VARNKIVOErrGet());
     EXPECT_THAT(bench.device.LastLog(), StartsWith(row.message));
     EXPECT_EQ(row.message.empty(), bench.device.Logs().empty());
     EXPECT_EQ(row.schedule, User().GetReportCronTimestring());
-    EXPECT_EQ(job, FakePlatform::Read(kCronJob));
+    EXPECT_EQ(job, ReadFile(kCronJob));
     EXPECT_EQ("1001 " + std::string(kAuthKey), User().GetUserId() + " " + User().GetAuthKey());
     EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
     EXPECT_EQ("", ReportBench::Notification());
@@ -162,7 +162,7 @@ TEST(Report, AcceptedOneMovesTheJobAndRenewsAnExpiredToken) {
     if (!row.call.empty()) bench.device.FailNext(row.call, 1, row.call == "ConfigManager::Save" ? 0 : -1);
     EXPECT_EQ(0, VARNKIVOReportInfo());
     EXPECT_EQ(row.schedule, User().GetReportCronTimestring());
-    const std::string job = FakePlatform::Read(kCronJob);
+    const std::string job = ReadFile(kCronJob);
     EXPECT_EQ(!row.job.empty(), job.find(row.job + kCommand) != std::string::npos) << job;
     EXPECT_EQ(row.logged.empty(), bench.device.Logs().empty()) << bench.device.LastLog();
     if (!row.logged.empty()) {
@@ -185,11 +185,10 @@ TEST(Report, ATokenThatCannotBeRenewedChangesNothing) {
       WriteTokenFile(R"({"access_token":"a","id_token":"i","refresh_token":"r","created_at":"x","expires_in":3600})");
     else
       bench.cloud->QueueFault(kTokenPath, Fault::Answer(200, "<html>"));
-    const std::string tokens = FakePlatform::Read(kTokenFile);
+    const std::string tokens = ReadFile(kTokenFile);
     EXPECT_EQ(0, VARNKIVOReportInfo());
-    EXPECT_THAT(bench.device.LastLogSource() + " " + bench.device.LastLog(),
-                StartsWith("kivo_report_info Failed to renew token: "));
-    EXPECT_EQ(tokens, FakePlatform::Read(kTokenFile));
+    EXPECT_THAT(bench.device.LastLine(), StartsWith("kivo_report_info Failed to renew token: "));
+    EXPECT_EQ(tokens, ReadFile(kTokenFile));
     EXPECT_TRUE(User().Exists());
   }
 }

@@ -7,6 +7,7 @@
 #include <getopt.h>
 #include <grp.h>
 #include <sys/mman.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -122,7 +123,8 @@ class Campaign {
   }
 
   bool HasChangedSomething() {
-    return scenario_.tokens == Tokens::kReplaced ? TokensAreGood() : reference_.records.size() >= 2;
+    if (scenario_.tokens == Tokens::kReplaced) return TokensAreGood();
+    return reference_.records.size() >= 2 || scenario_.run == OnlyTells();
   }
 
   bool TokensAreGood() {
@@ -164,6 +166,7 @@ class Campaign {
     if (!talk_ && !std::freopen("/dev/null", "w", stderr)) _exit(98);
     if (uid != 0 && (setgroups(0, nullptr) != 0 || setresgid(uid, uid, 0) != 0 || setresuid(uid, uid, 0) != 0))
       _exit(99);
+    openlog(nullptr, LOG_NDELAY, LOG_USER);  // its socket is there from the start, whether a line follows or not
     StopHere(self);
     try {
       told_.result = run();

@@ -59,6 +59,8 @@ int Set() {
 
 int Remove() { return VARNKIVOAccountRemove(); }
 
+int Register() { return VARNKIVOAccountRegister("eve@example.com", kPassword, "Eve", true, true, false, "DEU"); }
+
 }  // namespace
 
 const std::vector<Scenario>& Scenarios() {
@@ -75,10 +77,24 @@ const std::vector<Scenario>& Scenarios() {
       {"pkce-login", 0, bob, &PkceLogin, {}, true, Tokens::kReplaced, Loss::kByFailure, &PreparePkceLogin},
       {"renewal", 1000, ann, &GetToken, {}, true, Tokens::kReplaced, Loss::kNever, &PrepareRenewal},
       {"rescue", 934, ann, &GetToken, {}, true, Tokens::kReplaced, Loss::kBySignOut, &PrepareRescue},
+      {"report", 0, ann, &Report, {}, false, Tokens::kReplaced, Loss::kBySignOut, &PrepareReport},
+      {"report-refused",
+       0,
+       ann,
+       &RefusedReport,
+       {},
+       false,
+       Tokens::kRemoved,
+       Loss::kNever,
+       &PrepareRefusedReport,
+       &LogoutAgain},
+      {"register", 1000, bob, &Register, {}, true, Tokens::kNone, Loss::kNever, &PrepareRegistration},
       {"logout", 0, ann, &Logout, {}, false, Tokens::kRemoved, Loss::kNever, &PrepareLogout, &LogoutAgain},
   };
   return scenarios;
 }
+
+int (*OnlyTells())() { return &Register; }
 
 std::vector<std::string> Secrets() { return {kPassword, kAuthKey, kOldAuthKey, kVerifier}; }
 

@@ -38,6 +38,8 @@ struct Scenario {
 };
 
 const std::vector<Scenario>& Scenarios();
+/// The operation that has nothing to change on the device.
+int (*OnlyTells())();
 
 /// What no log may show.
 std::vector<std::string> Secrets();

@@ -20,6 +20,7 @@ namespace faults {
 namespace {
 
 constexpr char kRedirectUri[] = "https://account.kivo.example/device/login/callback";
+constexpr char kReport[] = "device/api/report";
 constexpr char kClient[] = "kivo-device";
 constexpr uid_t kAccountId = 934;
 
@@ -30,6 +31,13 @@ void StoreTokens(kivosim::Simulator& cloud, const std::string& name, std::chrono
   std::ofstream(path, std::ios::binary) << cloud.IssueTokens(kEmail, kClient, kSerial, age).fileText;
   if (chmod(path.c_str(), 0600) != 0 || chown(path.c_str(), kAccountId, kAccountId) != 0)
     throw std::runtime_error("a token file cannot be prepared");
+}
+
+void AnswerAlways(kivosim::Simulator& cloud, const std::string& path, const std::string& body) {
+  kivosim::Fault fault = kivosim::Fault::Answer(200, body);
+  fault.skipHandler = true;
+  fault.times = -1;
+  cloud.QueueFault(path, fault);
 }
 
 template <class Call>
@@ -71,6 +79,22 @@ std::string PrepareLogout(kivosim::Simulator& cloud, const std::string&) {
   return "";
 }
 
+std::string PrepareReport(kivosim::Simulator& cloud, const std::string& text) {
+  AnswerAlways(cloud, kReport, R"({"code":"good"})");
+  if (!VARNKIVOAccountRegisterCrond()) throw std::runtime_error("no report job");
+  return PrepareRenewal(cloud, text);
+}
+
+std::string PrepareRefusedReport(kivosim::Simulator& cloud, const std::string& text) {
+  AnswerAlways(cloud, kReport, R"({"code":"badauth"})");
+  return PrepareLogout(cloud, text);
+}
+
+std::string PrepareRegistration(kivosim::Simulator& cloud, const std::string&) {
+  AnswerAlways(cloud, "device/api/user/register", "good");
+  return "";
+}
+
 void UseLine(const std::string& line) { gLine = line; }
 
 int PkceLogin() {
@@ -82,6 +106,9 @@ int GetToken() {
     if (varnkivo::AccountPkceService().GetAccessToken().empty()) throw std::logic_error("an empty token");
   });
 }
+
+int Report() { return VARNKIVOReportInfo(); }
+int RefusedReport() { return VARNKIVOReportInfo() == 0 || VARNKIVOErrGet() == KIVO_ERR_AUTH ? 0 : -1; }
 
 int Logout() { return VARNKIVOAccountLogout(true); }
 int LogoutAgain() {

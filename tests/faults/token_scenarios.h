@@ -15,11 +15,20 @@ std::string PrepareRescue(kivosim::Simulator& cloud, const std::string&);     //
 /// A good token, that of another client, and a report job.
 std::string PrepareLogout(kivosim::Simulator& cloud, const std::string&);
 
+/// An expired token, a report job, and an account centre that accepts every report.
+std::string PrepareReport(kivosim::Simulator& cloud, const std::string&);
+/// As for a sign-out, and an account centre that refuses every report.
+std::string PrepareRefusedReport(kivosim::Simulator& cloud, const std::string&);
+/// An account centre that registers everybody, also twice.
+std::string PrepareRegistration(kivosim::Simulator& cloud, const std::string&);
+
 /// The code that PkceLogin trades.
 void UseLine(const std::string& line);
 int PkceLogin();
 int GetToken();
 int Logout();
+int Report();
+int RefusedReport();  ///< 0 when it was refused, or when nobody is signed in
 /// The cloud refuses a device that it has forgotten; what is left to do then needs nobody's leave.
 int LogoutAgain();
 int LogoutLocally();

@@ -3,7 +3,6 @@
 #include <unistd.h>
 #include <varnkivo/account_pkce_service.h>
 #include <varnkivo/account_service.h>
-#include <varnkivo/kivo_plugin_manager.h>
 #include <varnkivo/user.h>
 
 #include "token_bench.h"
@@ -49,14 +48,6 @@ TEST(Service, ATokenIsGrantedToTheAuthKeyWhereThereIsNone) {
   EXPECT_THAT(bench.cloud->Complaints(), IsEmpty());
   EXPECT_EQ("token", Token(service));
   EXPECT_EQ(2u, bench.cloud.Requests().size()) << "the token lasts";
-}
-
-TEST(Service, WithoutTokenAndAuthKeyNothingIsSent) {
-  TokenBench bench;
-  const AccountPkceService service;
-  EXPECT_FALSE(service.HasToken());
-  EXPECT_EQ("code 22: Failed to find an existed token file", Token(service));
-  EXPECT_EQ(0u, bench.cloud->Connections());
 }
 
 TEST(Service, ARefusedRefreshTokenIsReplacedByAGrant) {
@@ -111,7 +102,7 @@ TEST(Service, OnlyARefusalLeadsToARescue) {
   TokenBench bench;
   bench.SignIn(0);
   bench.StoreTokens(2 * kHour);
-  for (const auto& [status, body] : std::vector<std::pair<int, std::string>>{{200, "[]"}, {500, "down"}, {200, "{}"}}) {
+  for (const auto& [status, body] : {std::pair(200, "[]"), {500, "down"}, {200, "{}"}}) {
     bench.cloud->QueueFault(kTokenPath, Fault::Answer(status, body));
     bench.cloud->ClearJournal();
     EXPECT_THAT(Token(AccountPkceService()), testing::Not("token"));
@@ -126,10 +117,7 @@ TEST(Service, GrantAnswersHaveTheirCodes) {
     std::string body, result;
   } rows[] = {{401, "{}", "code 14: Failed to auth on grant by authkey, code=401, resp={}"},
               {400, "x", "code 5: Failed to grant by authkey, code=400, resp=x"},
-              {200, "x", "code 2: "},
               {200, "[]", "code 5: Failed to parse grant by authkey resp, code=200, resp=[]"},
-              {200, R"({"code":"c"})", R"(code 5: Failed to parse grant by authkey resp, code=200, resp={"code":"c"})"},
-              {200, R"({"grant_code":{}})", "code 5: "},
               {200, R"({"grant_code":""})", "code 5: Failed to exchange token, code=400, resp="}};
   for (const auto& row : rows) {
     SCOPED_TRACE(std::to_string(row.status) + " " + row.body);
@@ -144,13 +132,18 @@ TEST(Service, GrantAnswersHaveTheirCodes) {
   bench.SignIn(0);
   bench.device.FailNext("varn_challenge_verifier_no_save");
   EXPECT_EQ("code 6: Failed to get code challenge & verifier", Token(AccountPkceService()));
-  bench.cloud->QueueFault(kGrantPath, Fault::ResetAfterRequest());
-  EXPECT_THAT(Token(AccountPkceService()),
-              MatchesRegex("code 5: Failed to grant by authkey, reqcode=[0-9]+, reqmsg=.*"));
 }
 
 /// A code as a browser would bring it back.
-varnkivo::ParamPkceLogin FinishedBrowserLogin(const TokenBench& bench);
+varnkivo::ParamPkceLogin FinishedBrowserLogin(const TokenBench& bench) {
+  static const char kVerifier[] = "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk";  // the pair of RFC 7636, appendix B
+  const Json::Value config = AccountPkceService().GetLoginPkceConfig();
+  const std::string redirect = config["login_redirect_uri"].asString();
+  return {
+      "",
+      bench.cloud->IssueCode(kEmail, "kivo-device", kSerial, redirect, "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM"),
+      kVerifier, redirect};
+}
 
 TEST(Service, LoginDoesItsStepsInOrder) {
   TokenBench bench;
@@ -185,9 +178,7 @@ TEST(Service, AuthKeyAnswersHaveTheirCodesAndStopTheLogin) {
     std::string body, result;
   } rows[] = {
       {401, "{}", "code 5: Failed to exchange authkey, code=401, resp={}"},
-      {200, "x", "code 2: "},
       {200, R"({"user_id":"1"})", R"(code 22: Failed to parse exchange authkey resp, code=200, resp={"user_id":"1"})"},
-      {200, "[]", "code 22: Failed to parse exchange authkey resp, code=200, resp=[]"},
       {200, R"({"user_id":"1","auth_key":["k"]})", "code 5: "}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.body);
@@ -203,76 +194,41 @@ TEST(Service, AuthKeyAnswersHaveTheirCodesAndStopTheLogin) {
 
 TEST(Service, WithoutATemplateThereIsNoService) {
   TokenBench bench;
-  const std::string content = FakePlatform::Read(kLoginConfig);
-  FakePlatform::Write(kLoginConfig, "{");
+  const std::string content = ReadFile(kLoginConfig);
+  WriteFile(kLoginConfig, "{");
   EXPECT_EQ("code 2: ", Result([] { return AccountPkceService(), ""; }).substr(0, 8));
   VARNKIVOErrSet(0);
   EXPECT_EQ(-1, VARNKIVOAccountLogout(false));
   EXPECT_EQ(KIVO_ERR_BAD_JSON, VARNKIVOErrGet());
-  FakePlatform::Write(kLoginConfig, content);
+  WriteFile(kLoginConfig, content);
   EXPECT_EQ("kivo-device-register", AccountPkceService().GetRegisterPkceConfig()["client_id"].asString());
 }
 
-TEST(AccountService, TakesTheHostsItIsNotGivenFromTheDevice) {
-  TokenBench bench;
-  const varnkivo::AccountService none, one("", "https://x");
-  EXPECT_EQ("https://account.kivo.example https://identity.kivo.example",
-            none.GetAccountHost() + " " + none.GetIdentityHost());
-  EXPECT_EQ("https://account.kivo.example https://x", one.GetAccountHost() + " " + one.GetIdentityHost());
-}
-
 TEST(AccountService, AFailedSynchronisationDeletesTheRecordAndAFailedReadingDoesNot) {
-  for (const bool remote : {true, false}) {
-    TokenBench bench;
+  TokenBench bench;
+  const varnkivo::AccountService service;
+  for (const bool remote : {false, true}) {
     bench.SignIn(2 * 86400);
     bench.cloud->QueueFault(kQuery, Fault::Answer(500, ""));
-    const varnkivo::AccountService service;
-    EXPECT_EQ("code 4:", Result([&] {
-                           return remote ? service.GetAndSyncRemoteJsonAccount() : service.GetLocalJsonAccount(), "";
-                         }).substr(0, 7));
+    EXPECT_THAT(
+        Result([&] { return remote ? service.GetAndSyncRemoteJsonAccount() : service.GetLocalJsonAccount(), ""; }),
+        StartsWith("code 4:"));
     EXPECT_EQ(!remote, IsThere(kRecord));
-    EXPECT_EQ("code 3:",
-              remote ? Result([&] { return service.GetAndSyncRemoteJsonAccount(), ""; }).substr(0, 7) : "code 3:");
-    EXPECT_EQ(remote, bench.device.HasLog(std::string("Failed to unlink ") + kRecord)) << "the second time";
   }
+  EXPECT_THAT(Result([&] { return service.GetAndSyncRemoteJsonAccount(), ""; }), StartsWith("code 3:"));
+  EXPECT_TRUE(bench.device.HasLog(std::string("Failed to unlink ") + kRecord));
 }
 
 TEST(AccountService, LoginThrowsTheCodeAndTheJobFollowsTheSwitch) {
   TokenBench bench;
   const varnkivo::AccountService service;
-  EXPECT_EQ("code 14:", Result([&] { return service.Login(kEmail, "wrong"), ""; }).substr(0, 8));
-  EXPECT_EQ("account_service VARNKIVOAccountLogin failed, email=ann@example.com",
-            bench.device.LastLogSource() + " " + bench.device.LastLog());
+  EXPECT_THAT(Result([&] { return service.Login(kEmail, "wrong"), ""; }), StartsWith("code 14:"));
+  EXPECT_EQ("account_service VARNKIVOAccountLogin failed, email=ann@example.com", bench.device.LastLine());
   EXPECT_EQ("good", service.Login(kEmail, kPassword)["code"].asString());
   EXPECT_TRUE(IsThere(kCronJob));
-  FakePlatform::Write(kDeviceConf, "kivo_disable_report=\"yes\"\n");
+  WriteFile(kDeviceConf, "kivo_disable_report=\"yes\"\n");
   service.SetReportCrontab();
   EXPECT_FALSE(IsThere(kCronJob));
-  FakePlatform::Write(kDeviceConf, "");
-  bench.device.FailNext("ConfigManager::Save", 1, 0);
-  service.SetReportCrontab();
-  EXPECT_EQ("Failed to add crontab for kivo", bench.device.LastLog());
-}
-
-TEST(Plugins, AFailingOneIsOnlyLogged) {
-  FakePlatform device;
-  const varnkivo::KivoPluginManager plugins;
-  device.FailNext("VLIBPluginSDKInit");
-  plugins.Pre("kivo/login");
-  EXPECT_EQ("kivo_plugin_manager Failed to init plugin: kivo/login", device.LastLogSource() + " " + device.LastLog());
-  device.FailNext("VLIBPluginAction");
-  plugins.Post("kivo/login");
-  EXPECT_EQ("Failed to do plugin kivo/login, action=5", device.LastLog());
-}
-
-varnkivo::ParamPkceLogin FinishedBrowserLogin(const TokenBench& bench) {
-  static const char kVerifier[] = "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk";  // the pair of RFC 7636, appendix B
-  const Json::Value config = AccountPkceService().GetLoginPkceConfig();
-  const std::string redirect = config["login_redirect_uri"].asString();
-  return {
-      "",
-      bench.cloud->IssueCode(kEmail, "kivo-device", kSerial, redirect, "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM"),
-      kVerifier, redirect};
 }
 
 }  // namespace

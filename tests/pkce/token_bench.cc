@@ -1,8 +1,6 @@
 #include "token_bench.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <varnkivo/kivo_exception.h>
 
 #include <algorithm>
@@ -28,15 +26,7 @@ std::unique_ptr<varnkivo::PkceClient> TokenBench::Client() const {
   return client;
 }
 
-Json::Value Config() {
-  return varnkivo::PkceClient("any").FormatPkceConfig(ParseJson(FakePlatform::Read(kLoginConfig)));
-}
-
-void WriteTokenFile(const std::string& content) {
-  FakePlatform::Write(kTokenFile, content);
-  EXPECT_EQ(0, chmod(kTokenFile, 0600));
-  EXPECT_EQ(0, chown(kTokenFile, 934, 934));
-}
+Json::Value Config() { return varnkivo::PkceClient("any").FormatPkceConfig(ParseJson(ReadFile(kLoginConfig))); }
 
 std::vector<std::string> TokenFiles() {
   std::vector<std::string> names;

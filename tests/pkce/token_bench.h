@@ -31,7 +31,7 @@ struct TokenBench : Bench {
 
 /// The configuration that the device's own template gives.
 Json::Value Config();
-void WriteTokenFile(const std::string& content);
+inline void WriteTokenFile(const std::string& content) { WritePrivateFile(kTokenFile, content); }
 /// Names of what lies in the private folder, the record's and the API key's files left out.
 std::vector<std::string> TokenFiles();
 /// "METHOD TARGET HOST BODY" of each request, with the parameters decoded.

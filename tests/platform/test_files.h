@@ -7,10 +7,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include <varn/platform.h>
 
@@ -41,7 +42,7 @@ class TempDir {
     char name[] = "/tmp/platform-XXXXXX";
     path_ = mkdtemp(name);
   }
-  ~TempDir() { VLIBCExecl("/bin/rm", 0, "-rf", path_.c_str(), static_cast<char*>(nullptr)); }
+  ~TempDir() { std::filesystem::remove_all(path_); }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
   const std::string& Path() const { return path_; }
 
@@ -67,5 +68,16 @@ inline int Await(pid_t pid) {
 
 /// Becomes the account service for good.
 inline bool BecomeAccountService() { return setresgid(934, 934, 934) == 0 && setresuid(934, 934, 934) == 0; }
+
+/// How many of `count` children, every second of them the account service, ended with anything but 0.
+template <class Body>
+int FailuresOf(int count, Body body) {
+  std::vector<pid_t> children;
+  for (int child = 0; child < count; ++child)
+    children.push_back(InChild([&] { return child % 2 == 0 && !BecomeAccountService() ? 99 : body(child); }));
+  int failures = 0;
+  for (const pid_t child : children) failures += Await(child) != 0;
+  return failures;
+}
 
 #endif  // VARN_TESTS_PLATFORM_TEST_FILES_H

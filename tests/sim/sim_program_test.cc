@@ -92,37 +92,14 @@ class Sim {
 
 TEST(SimProgram, SaysWhenItIsReadyAndEndsCleanlyOnASignal) {
   for (const int signal : {SIGTERM, SIGINT}) {
-    const auto start = std::chrono::steady_clock::now();
     Sim sim;
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     EXPECT_TRUE(sim.ready["ready"].asBool());
     EXPECT_EQ(443, sim.ready["port"].asInt());
-    ASSERT_EQ(1u, sim.ready["accounts"].size());
-    EXPECT_EQ("ann@example.com", sim.ready["accounts"][0].asString());
     EXPECT_EQ("good", sim.Login());
     EXPECT_EQ(0, sim.program.End(signal));
     EXPECT_EQ("", sim.program.ReadLine());  // one line and no more
     EXPECT_NE(0, access(sim.ready["ca"].asCString(), F_OK));
   }
-}
-
-TEST(SimProgram, AccountsComeFromTheCommandLineAndFromAFile) {
-  std::ofstream("/tmp/accounts.json") << R"([{"email":"bob@example.com","password":"b:o:b","user_id":"7"}])";
-  Sim sim({"--account", "eve@example.com:p:w:8", "--accounts", "/tmp/accounts.json"});
-  const Json::Value accounts = Parse(sim.Control("GET", "/state").body)["accounts"];
-  ASSERT_EQ(2u, accounts.size());
-  EXPECT_EQ("eve@example.com", accounts[0]["email"].asString());
-  EXPECT_EQ("p:w", accounts[0]["password"].asString());
-  EXPECT_EQ("7", accounts[1]["user_id"].asString());
-}
-
-TEST(SimProgram, WithoutABundleTheCaIsTrustedByNobody) {
-  const std::string url = "https://account.kivo.example/";
-  Sim apart;
-  EXPECT_EQ(60, Get(url).curlCode);
-  apart.program.End(SIGTERM);
-  Sim trusted({"--trust-into"});
-  EXPECT_EQ(404, Get(url).status);
 }
 
 TEST(SimProgram, MistakesEndIt) {
@@ -131,14 +108,9 @@ TEST(SimProgram, MistakesEndIt) {
     std::vector<std::string> arguments;
     int status;
     const char* message;
-  } rows[] = {{{"--nonsense"}, 2, "--nonsense"},
-              {{"--account", "a@b"}, 2, "\"a@b\" is not EMAIL:PASSWORD:ID"},
-              {{"--accounts", "/tmp/none.json"}, 2, "/tmp/none.json: cannot be read"},
-              {{"--accounts", "/tmp/bad.json"}, 2, "/tmp/bad.json: unknown member \"colour\""},
+  } rows[] = {{{"--accounts", "/tmp/bad.json"}, 2, "/tmp/bad.json: unknown member \"colour\""},
               {{"--address", "nowhere"}, 1, "cannot listen on nowhere:443"},
-              {{"--trust-into", "/no/folder/x"}, 1, "/no/folder/x"},
-              {{"--version"}, 0, "varnkivo-sim 1."},
-              {{"--help"}, 0, "Stands in for"}};
+              {{"--trust-into", "/no/folder/x"}, 1, "/no/folder/x"}};
   for (const auto& row : rows) {
     Program program(row.arguments);
     EXPECT_THAT(program.line, HasSubstr(row.message));
@@ -161,6 +133,10 @@ TEST(SimControl, CallsChangeWhatTheCloudAnswers) {
   EXPECT_EQ("apikey_expired", sim.Login());
   call("/reset", "");
   EXPECT_EQ("good", sim.Login());
+  const auto keys = [&] { return Parse(sim.Control("GET", "/state").body)["accounts"][0]["auth_keys"].size(); };
+  EXPECT_EQ(1u, keys());
+  call("/revoke", R"({"email":"ann@example.com"})");
+  EXPECT_EQ(0u, keys());
   call("/accounts", R"({"email":"ann@example.com","password":"correct horse","user_id":"1001","refusal":"badsys"})");
   EXPECT_EQ("badsys", sim.Login());
   call("/refuse-machine", R"({"serial":"2130KVN004211"})");
@@ -170,26 +146,11 @@ TEST(SimControl, CallsChangeWhatTheCloudAnswers) {
   EXPECT_EQ("curl 60", sim.Login());
   EXPECT_EQ("x", sim.Login());
   EXPECT_EQ(200, sim.Control("DELETE", "/faults").status);
-  EXPECT_EQ("invalid_machine", sim.Login());
-}
-
-TEST(SimControl, RevokedKeysAndTheJournalCanBeSeen) {
-  Sim sim;
-  EXPECT_EQ("good", sim.Login());
   EXPECT_EQ("badparam", sim.Login("a=1"));
   const Json::Value journal = Parse(sim.Control("GET", "/journal").body);
-  ASSERT_EQ(2u, journal.size());
   EXPECT_EQ(kLogin, journal[0]["request"]["body"].asString());
-  EXPECT_EQ("request", journal[0]["kind"].asString());
-  EXPECT_THAT(journal[1]["complaint"].asString(), HasSubstr("lu_sn"));
-  EXPECT_EQ(0u, journal[0]["request"]["raw_base64"].asString().find("UE9TVCAvZGV2aWNlL2FwaS9wYXNzd29yZF9sb2dpbiBI"));
-  Json::Value state = Parse(sim.Control("GET", "/state").body);
-  EXPECT_EQ(1u, state["complaints"].size());
-  EXPECT_EQ(1u, state["accounts"][0]["auth_keys"].size());
-  EXPECT_EQ(200, sim.Control("POST", "/revoke", R"({"email":"ann@example.com"})").status);
+  EXPECT_THAT(journal[journal.size() - 1]["complaint"].asString(), HasSubstr("lu_sn"));
   EXPECT_EQ(200, sim.Control("DELETE", "/journal").status);
-  state = Parse(sim.Control("GET", "/state").body);
-  EXPECT_EQ(0u, state["accounts"][0]["auth_keys"].size());
   EXPECT_EQ(0u, Parse(sim.Control("GET", "/journal").body).size());
 }
 
@@ -212,7 +173,6 @@ TEST(SimControl, TokensAreIssuedListedWithoutBeingShownExpiredAndRevoked) {
   EXPECT_EQ(200, status(file));
   call("/pass-time", R"({"seconds":7})");
   EXPECT_EQ(401, status(file));
-  call("/token-lifetime", R"({"seconds":3600,"client_id":"kivo-device"})");
   const Json::Value next = tokens(R"({"email":"ann@example.com","serial":"S1"})");
   call("/take-down", R"({"what":"account","status":500})");
   EXPECT_EQ(500, status(next));
@@ -229,36 +189,22 @@ TEST(SimControl, TokensAreIssuedListedWithoutBeingShownExpiredAndRevoked) {
   EXPECT_EQ("S1", families[1]["serial"].asString());
   for (const char* name : {"access_token", "refresh_token", "id_token"})
     EXPECT_EQ(std::string::npos, listing.body.find(next[name].asString()));
-  call("/revoke-tokens", R"({"email":"ann@example.com"})");
-  EXPECT_TRUE(Parse(sim.Control("GET", "/tokens").body)["families"][1]["revoked"].asBool());
-  call("/clients", R"({"client_id":"pkg","redirect_uris":["https://account.kivo.example/x"]})");
-  EXPECT_EQ("openid offline_access profile email device.sn:S1",
-            tokens(R"({"user_id":"1001","client_id":"pkg","serial":"S1"})")["scope"].asString());
 }
 
 TEST(SimControl, CallsThatAreNotUnderstoodSaySo) {
   Sim sim;
   const struct {
-    const char *method, *path, *body;
-    long status;
-    const char* error;
-  } rows[] = {{"GET", "/nothing", "", 404, "no such call: /nothing"},
-              {"PUT", "/journal", "", 405, "not with PUT"},
-              {"POST", "/faults", "{", 400, "not JSON"},
-              {"POST", "/faults", "{}", 400, "\\\"path\\\" is missing"},
-              {"POST", "/faults", R"({"path":"x","end":"bang"})", 400, "\\\"end\\\" cannot be \\\"bang\\\""},
-              {"POST", "/faults", R"({"path":"x","statsu":1})", 400, "unknown member \\\"statsu\\\""},
-              {"POST", "/faults", R"({"path":"x","status":"1"})", 400, "\\\"status\\\" must be a number"},
-              {"POST", "/faults", R"({"connection":"certificate","certificate":"worn"})", 400, "worn"},
-              {"POST", "/revoke", R"({"email":"nobody"})", 400, "no such account"},
-              {"POST", "/revoke", R"({})", 400, "is missing"},
-              {"POST", "/tokens", R"({"email":"nobody"})", 400, "no such account"},
-              {"POST", "/revoke-tokens", R"({"family":9})", 400, "no such family"},
-              {"POST", "/clients", R"({"client_id":"x","redirect_uris":"y"})", 400, "must be a list"},
-              {"POST", "/take-down", R"({"what":"identty"})", 400, "no host, family of hosts or path"}};
+    const char *path, *body, *error;
+  } rows[] = {{"/nothing", "", "no such call: /nothing"},
+              {"/faults", R"({"path":"x","end":"bang"})", "\\\"end\\\" cannot be \\\"bang\\\""},
+              {"/faults", R"({"path":"x","statsu":1})", "unknown member \\\"statsu\\\""},
+              {"/faults", R"({"path":"x","status":"1"})", "\\\"status\\\" must be a number"},
+              {"/revoke", R"({"email":"nobody"})", "no such account"},
+              {"/revoke-tokens", R"({"family":9})", "no such family"},
+              {"/take-down", R"({"what":"identty"})", "no host, family of hosts or path"}};
   for (const auto& row : rows) {
-    const Exchange exchange = sim.Control(row.method, row.path, row.body);
-    EXPECT_EQ(row.status, exchange.status) << row.error;
+    const Exchange exchange = sim.Control("POST", row.path, row.body);
+    EXPECT_EQ(*row.body ? 400 : 404, exchange.status) << row.error;
     EXPECT_THAT(exchange.body, HasSubstr(row.error));
   }
   EXPECT_EQ(0, Parse(sim.Control("GET", "/state").body)["pending_faults"].asInt());

@@ -1,7 +1,7 @@
 // The device as a test sees it: every platform call can be made to fail, is recorded, and what the library opened is
-// counted; so are the syslog, curl, sleep and set-id calls that the library makes. What is not told to fail is real.
-// The fakes stand in front because a test program exports its symbols. Waiting costs no time: sleep and usleep
-// return at once and put the library's clocks forward by as much.
+// counted; so are the syslog, curl, usleep and set-id calls that the library makes. What is not told to fail is real.
+// The fakes stand in front because a test program exports its symbols. Waiting costs no time: usleep
+// returns at once and puts the library's clocks forward by as much.
 //
 //   FakePlatform device;                      // before anything that uses the platform; a new device
 //   device.FailNext("VLIBGetSerialNumber");   // its last error is then 0x0700, fake.c:1
@@ -12,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "process.h"
 
 namespace testsupport {
 
@@ -34,24 +36,19 @@ class FakePlatform {
   FakePlatform();
   FakePlatform(const FakePlatform&) = delete;
   FakePlatform& operator=(const FakePlatform&) = delete;
-  /// Fails the test when a hash, list, plug-in session, pipe or lock is still open, a failure asked for was never
+  /// Fails the test when a hash, list, plug-in session or lock is still open, a failure asked for was never
   /// reached, or a secret stands in the log.
   ~FakePlatform();
 
   /// The next `times` calls of `call` give `result` (null and -1 where none is said) instead of running. Calls: the C
   /// functions of the platform; "ConfigManager::Save" and "ConfigManager::Remove" (0 is false); "setresuid",
-  /// "setresgid", "chmod", "fchmod", "chown", "lchown", "fchown", "rename" (errno is EPERM then); "curl_easy_init",
+  /// "setresgid", "fchmod", "fchown", "rename" (errno is EPERM then); "curl_easy_init",
   /// "curl_easy_perform", "curl_easy_getinfo", "curl_easy_escape", "curl_slist_append", or one option such as
   /// "CURLOPT_URL". Results of one call queue up.
   void FailNext(const std::string& call, int times = 1, std::optional<long> result = std::nullopt);
   /// As FailNext, but `before` calls run first.
   void FailAfter(const std::string& call, int before, std::optional<long> result = std::nullopt);
   void StopFailing();  ///< forgets failures not reached
-
-  /// The `k`-th allocation with new (from 1) on this thread, not counting the fakes' own, throws std::bad_alloc.
-  void FailAllocation(int k);
-  /// Whether it came to that; no allocation fails from now on.
-  bool AllocationFailed();
 
   /// Calls so far as "NAME(ARGUMENT,ARGUMENT)", in order, that begin with `start`; buffers and handles stand as "*".
   std::vector<std::string> Calls(const std::string& start = "") const;
@@ -61,19 +58,15 @@ class FakePlatform {
   std::vector<LogLine> Lines() const;
   std::vector<std::string> Logs() const;  ///< their texts
   std::string LastLog() const;            ///< text of the last, "" when there is none
-  std::string LastLogSource() const;
+  std::string LastLine() const;           ///< "SOURCE TEXT" of the last
   bool HasLog(const std::string& part) const;
-  void ForgetLogs();
   /// Fails the test at its end when `secret` stands in any line of the log.
   void MustNotLog(const std::string& secret);
 
   /// What time() gives the library: frozen from now on.
   void SetTime(std::time_t now);
-  /// Divides the time-outs that the library gives to libcurl.
+  /// Divides the seconds that a legacy request may take.
   void ShortenTimeOuts(long divisor);
-
-  static std::string Read(const std::string& path);
-  static void Write(const std::string& path, const std::string& content);
 };
 
 }  // namespace testsupport

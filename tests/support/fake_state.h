@@ -5,8 +5,8 @@
 
 #include <dlfcn.h>
 
+#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <deque>
 #include <map>
@@ -20,27 +20,28 @@
 
 namespace testsupport {
 
-struct FakeState {
-  std::mutex mutex;
+struct FakeTest {
   std::map<std::string, std::deque<std::optional<long>>> results;  // nothing: the call runs
   std::map<std::string, int> open;
   std::vector<std::string> calls, secrets;
   std::vector<LogLine> lines;
   std::optional<std::time_t> time;
-  long long skippedMicroseconds = 0;  // only grows: the library's steady clock must not go back
   long divisor = 1;
+};
+struct FakeState : FakeTest {
+  std::mutex mutex;
+  long long skippedMicroseconds = 0;  // only grows: the library's steady clock must not go back
 };
 
 FakeState& State();
-/// Marks this thread as busy in a fake: what the fakes themselves allocate is no allocation of the library's.
-extern thread_local int gFakeDepth;
-struct InFake {
-  InFake() { ++gFakeDepth; }
-  ~InFake() { --gFakeDepth; }
-};
+template <class Use>
+auto Locked(Use use) {
+  const std::lock_guard<std::mutex> guard(State().mutex);
+  return use(State());
+}
 /// Set by a failure that was asked for, cleared by a real one: whose error VLIBCErrGet tells.
 extern thread_local bool gFakeError;
-/// Whether a return address lies in libvarnkivo, or in the program where the library's objects are linked into it.
+/// Whether a return address lies in libvarnkivo.
 bool InLibrary(const void* address);
 
 /// Records the call and takes its next queued result.
@@ -49,8 +50,7 @@ struct Planned {
   std::optional<long> result = {};  // of a call that does not run, where one was given
 };
 Planned Plan(const std::string& name, const std::string& arguments);
-void CountOpen(const char* kind, int change);
-void Capture(int priority, const char* line);
+constexpr long kDefaultResult = INT64_MIN;
 
 template <class Function>
 Function* Next(const char* name) {

@@ -25,35 +25,20 @@ Result Real(Result result) {
   return result;
 }
 
-constexpr int kMostArguments = 16;
-
-/// The arguments of a call up to the null, which is stored too.
-void Collect(const char* first, va_list rest, const char* (&out)[kMostArguments]) {
-  const char* argument = first;
-  for (int i = 0; i < kMostArguments - 1 && argument; ++i) {
-    out[i] = argument;
-    argument = va_arg(rest, const char*);
-  }
-}
-
-std::string Joined(const char* const (&arguments)[kMostArguments]) {
-  std::string out;
-  for (const char* const* argument = arguments; *argument; ++argument) out += std::string(",") + *argument;
-  return out;
+void CountOpen(const char* kind, int change) {
+  Locked([&](FakeState& state) { state.open[kind] += change; });
 }
 
 }  // namespace
 
 #define FAKE(result, name, parameters, arguments)                                     \
   result name parameters {                                                            \
-    const InFake inFake;                                                              \
     static auto* const next = Next<result parameters>(#name);                         \
     const Planned planned = Plan(#name, Words arguments);                             \
     return planned.instead ? Failure<result>(planned) : Real<result>(next arguments); \
   }
 #define FAKE_OPEN(result, name, kind, parameters, arguments, succeeded)                     \
   result name parameters {                                                                  \
-    const InFake inFake;                                                                    \
     static auto* const next = Next<result parameters>(#name);                               \
     const Planned planned = Plan(#name, Words arguments);                                   \
     result got = planned.instead ? Failure<result>(planned) : Real<result>(next arguments); \
@@ -62,7 +47,6 @@ std::string Joined(const char* const (&arguments)[kMostArguments]) {
   }
 #define FAKE_CLOSE(result, name, kind, parameter, argument, wasOpen) \
   result name(parameter argument) {                                  \
-    const InFake inFake;                                             \
     static auto* const next = Next<result(parameter)>(#name);        \
     if (wasOpen) CountOpen(kind, -1);                                \
     return next(argument);                                           \
@@ -80,21 +64,19 @@ FAKE(int, VLIBCSzHashSetValue, (VLIBSzHash * hash, const char* key, const char* 
 FAKE(int, VLIBCSzHashEnumKey, (const VLIBSzHash* hash, VLIBSzList* keys), (hash, keys))
 FAKE_OPEN(VLIBSzList*, VLIBCSzListAlloc, "list", (int capacity), (capacity), got != nullptr)
 FAKE_CLOSE(void, VLIBCSzListFree, "list", VLIBSzList*, list, list != nullptr)
-FAKE(int, VLIBCSzListPush, (VLIBSzList * list, const char* text), (list, text))
 FAKE(int, VLIBCStrCat, (char** buffer, int* size, const char* text), (buffer, size, text))
 
-FAKE(int, VLIBCFileGetKeyValue, (const char* path, const char* key, char* value, int size), (path, key, value, size))
 FAKE(int, VLIBCFileSetKeyValue, (const char* path, const char* key, const char* value, const char* format),
      (path, key, value, format))
-FAKE(int, VLIBCFileCheckKeyValue, (const char* path, const char* key, const char* value), (path, key, value))
-FAKE(int, VLIBCFileGetKeys, (const char* path, VLIBSzHash* values, const char* separator), (path, values, separator))
 
 FAKE_OPEN(int, VLIBCFileLockByFile, "lock", (const char* path, int exclusive, int* handle), (path, exclusive, handle),
           got >= 0)
 FAKE_CLOSE(int, VLIBCFileUnlockByFile, "lock", int, handle, handle >= 0)
 
-FAKE(int, VLIBGetSerialNumber, (char* serial, int size), (serial, size))
+FAKE(int, VLIBCFileGetKeys, (const char* path, VLIBSzHash* values, const char* separator), (path, values, separator))
 FAKE(int, VLIBGetOriginalSerialNumber, (char* serial, int size), (serial, size))
+FAKE(int, VARNCloudServiceLutokenGenerateToken, (const char* serial, char* token, int size), (serial, token, size))
+FAKE(int, VLIBGetSerialNumber, (char* serial, int size), (serial, size))
 FAKE(int, VARNLuinfoCloudServiceGetMacAddress, (char* mac, int size), (mac, size))
 FAKE(int, VLIBLuinfoUserAgentGet, (const char* product, char* agent, int size), (product, agent, size))
 
@@ -102,7 +84,6 @@ FAKE(int, VARNCloudServiceGetApiKey, (char* key, int create), (key, create))
 FAKE(int, VARNCloudServiceRegisterApiKey, (char* key), (key))
 FAKE(int, VARNCloudServiceActionHandler, (int action), (action))
 FAKE(int, VARNCloudServiceGetErrorCode, (void), ())
-FAKE(int, VARNCloudServiceLutokenGenerateToken, (const char* serial, char* token, int size), (serial, token, size))
 
 FAKE(int, VARNZoneGet, (char* zone, int size, int* needed), (zone, size, needed))
 FAKE(int, VARNZoneGetInfo, (const char* zone, VLIBSzHash* info), (zone, info))
@@ -122,53 +103,30 @@ FAKE(pid_t, VLIBCProcFork, (void), ())
 FAKE(int, varn_challenge_verifier_no_save, (char* challenge, int challengeSize, char* verifier, int verifierSize),
      (challenge, challengeSize, verifier, verifierSize))
 
-int VLIBCExecl(const char* program, int flags, const char* arg, ...) {
-  const InFake inFake;
+int VLIBCExecl(const char* program, int flags, const char* first, ...) {
   static auto* const next = Next<int(const char*, int, const char*, ...)>("VLIBCExecl");
-  const char* a[kMostArguments] = {};
+  const char* a[8] = {first};
   va_list rest;
-  va_start(rest, arg);
-  Collect(arg, rest, a);
+  va_start(rest, first);
+  for (std::size_t i = 1; i < 8 && a[i - 1]; ++i) a[i] = va_arg(rest, const char*);
   va_end(rest);
-  const Planned planned = Plan("VLIBCExecl", Words(program, flags) + Joined(a));
-  if (planned.instead) return Failure<int>(planned);
-  return Real(next(program, flags, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9], a[10], a[11], a[12],
-                   a[13], a[14], nullptr));
+  if (a[7]) abort();  // more arguments than are passed on here
+  const Planned planned = Plan("VLIBCExecl", Words(program, flags));
+  return planned.instead ? Failure<int>(planned)
+                         : Real(next(program, flags, a[0], a[1], a[2], a[3], a[4], a[5], a[6], nullptr));
 }
-
-FILE* VLIBCPopen(const char* program, const char* mode, const char* arg, ...) {
-  const InFake inFake;
-  static auto* const next = Next<FILE*(const char*, const char*, const char*, ...)>("VLIBCPopen");
-  const char* a[kMostArguments] = {};
-  va_list rest;
-  va_start(rest, arg);
-  Collect(arg, rest, a);
-  va_end(rest);
-  const Planned planned = Plan("VLIBCPopen", Words(program, mode) + Joined(a));
-  FILE* const got = planned.instead ? Failure<FILE*>(planned)
-                                    : next(program, mode, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9],
-                                           a[10], a[11], a[12], a[13], a[14], nullptr);
-  if (got) CountOpen("pipe", 1);
-  return got;
-}
-FAKE_CLOSE(int, VLIBCPclose, "pipe", FILE*, pipe, pipe != nullptr)
 
 }  // extern "C"
 
 // The scheduler's members, as the plain functions that they are for the linker.
-extern "C" bool FakeSave(void* self, const void* job) __asm__("_ZN4VARN9VARNCrond13ConfigManager4SaveERKN4Json5ValueE");
-bool FakeSave(void* self, const void* job) {
-  const InFake inFake;
-  static auto* const next = Next<bool(void*, const void*)>("_ZN4VARN9VARNCrond13ConfigManager4SaveERKN4Json5ValueE");
-  const Planned planned = Plan("ConfigManager::Save", "");
-  if (planned.instead) gFakeError = true;
-  return planned.instead ? planned.result.value_or(0) != 0 : next(self, job);
-}
-extern "C" bool FakeRemove(void* self) __asm__("_ZN4VARN9VARNCrond13ConfigManager6RemoveEv");
-bool FakeRemove(void* self) {
-  const InFake inFake;
-  static auto* const next = Next<bool(void*)>("_ZN4VARN9VARNCrond13ConfigManager6RemoveEv");
-  const Planned planned = Plan("ConfigManager::Remove", "");
-  if (planned.instead) gFakeError = true;
-  return planned.instead ? planned.result.value_or(0) != 0 : next(self);
-}
+#define FAKE_MEMBER(name, symbol, shown, parameters, arguments)                \
+  extern "C" bool name parameters __asm__(symbol);                             \
+  bool name parameters {                                                       \
+    static auto* const next = Next<bool parameters>(symbol);                   \
+    const Planned planned = Plan(shown, "");                                   \
+    if (planned.instead) gFakeError = true;                                    \
+    return planned.instead ? planned.result.value_or(0) != 0 : next arguments; \
+  }
+FAKE_MEMBER(FakeSave, "_ZN4VARN9VARNCrond13ConfigManager4SaveERKN4Json5ValueE", "ConfigManager::Save",
+            (void* self, const void* job), (self, job))
+FAKE_MEMBER(FakeRemove, "_ZN4VARN9VARNCrond13ConfigManager6RemoveEv", "ConfigManager::Remove", (void* self), (self))

@@ -2,6 +2,7 @@
 // No <syslog.h> here: with fortified headers it defines these functions itself.
 #include <curl/curl.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,100 +20,58 @@ using namespace testsupport;
 namespace {
 
 void Log(int priority, const char* format, va_list arguments, const void* caller) {
-  const InFake inFake;
-  char line[16384];
-  vsnprintf(line, sizeof line, format, arguments);
-  if (InLibrary(caller)) return Capture(priority, line);
-  Next<void(int, const char*, ...)>("syslog")(priority, "%s", line);
-}
-
-void Skip(const char* call, unsigned int amount, long long microseconds) {
-  const InFake inFake;
-  Plan(call, Words(amount));
-  FakeState& state = State();
-  const std::lock_guard<std::mutex> guard(state.mutex);
-  state.skippedMicroseconds += microseconds;
+  char text[16384];
+  vsnprintf(text, sizeof text, format, arguments);
+  if (!InLibrary(caller)) return Next<void(int, const char*, ...)>("syslog")(priority, "%s", text);
+  const std::string all = text;
+  const std::size_t space = all.find(' '), colon = all.rfind(':', space);
+  LogLine line{priority, "", all};
+  if (space != std::string::npos && colon != std::string::npos && colon + 1 < space &&
+      all.find_first_not_of("0123456789", colon + 1) == space)
+    line = {priority, all.substr(0, colon), all.substr(space + 1), std::stoi(all.substr(colon + 1))};
+  else
+    ADD_FAILURE() << "a log line without \"SOURCE:LINE \" in front: " << all;
+  Locked([&](FakeState& state) { state.lines.push_back(line); });
 }
 
 std::chrono::microseconds Skipped(const void* caller) {
-  if (!InLibrary(caller)) return {};
-  FakeState& state = State();
-  const std::lock_guard<std::mutex> guard(state.mutex);
-  return std::chrono::microseconds(state.skippedMicroseconds);
-}
-
-long Shortened(CURLoption option, long value) {
-  const long divisor = State().divisor;
-  if (divisor == 1 || value == 0) return value;
-  return option == CURLOPT_LOW_SPEED_TIME ? (value + divisor - 1) / divisor : value / divisor;
-}
-
-/// Time-outs in seconds go on in milliseconds, so that a fraction of one is left when they are shortened.
-CURLcode SetLong(CURLcode (*next)(CURL*, CURLoption, ...), CURL* curl, CURLoption option, long value) {
-  if (option == CURLOPT_TIMEOUT) return next(curl, CURLOPT_TIMEOUT_MS, Shortened(option, value * 1000));
-  if (option == CURLOPT_CONNECTTIMEOUT) return next(curl, CURLOPT_CONNECTTIMEOUT_MS, Shortened(option, value * 1000));
-  const bool scaled =
-      option == CURLOPT_TIMEOUT_MS || option == CURLOPT_CONNECTTIMEOUT_MS || option == CURLOPT_LOW_SPEED_TIME;
-  return next(curl, option, scaled ? Shortened(option, value) : value);
-}
-
-bool IsText(CURLoption option) {
-  const curl_easyoption* known = curl_easy_option_by_id(option);
-  return known && known->type == CURLOT_STRING;
-}
-
-std::string OptionName(CURLoption option) {
-  const curl_easyoption* known = curl_easy_option_by_id(option);
-  return std::string("CURLOPT_") + (known ? known->name : std::to_string(option));
+  return std::chrono::microseconds(
+      InLibrary(caller) ? Locked([](FakeState& state) { return state.skippedMicroseconds; }) : 0);
 }
 
 }  // namespace
 
 #define FAKE_CURL(result, name, failure, parameters, arguments)                           \
   result name parameters {                                                                \
-    const InFake inFake;                                                                  \
     static auto* const next = Next<result parameters>(#name);                             \
     const Planned planned = CALLED_BY_LIBRARY ? Plan(#name, Words arguments) : Planned(); \
     return planned.instead ? (failure) : next arguments;                                  \
   }
 #define FAKE_SYSTEM(name, parameters, arguments)                                          \
   int name parameters noexcept {                                                          \
-    const InFake inFake;                                                                  \
     static auto* const next = Next<int parameters>(#name);                                \
     const Planned planned = CALLED_BY_LIBRARY ? Plan(#name, Words arguments) : Planned(); \
     if (planned.instead) errno = EPERM;                                                   \
     return planned.instead ? -1 : next arguments;                                         \
   }
 
+#define FAKE_LOG(name, parameters)                                 \
+  void name parameters {                                           \
+    va_list arguments;                                             \
+    va_start(arguments, format);                                   \
+    Log(priority, format, arguments, __builtin_return_address(0)); \
+    va_end(arguments);                                             \
+  }
+
 extern "C" {
 
-void syslog(int priority, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  Log(priority, format, arguments, __builtin_return_address(0));
-  va_end(arguments);
-}
-void __syslog_chk(int priority, int, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  Log(priority, format, arguments, __builtin_return_address(0));
-  va_end(arguments);
-}
-void vsyslog(int priority, const char* format, va_list arguments) {
-  Log(priority, format, arguments, __builtin_return_address(0));
-}
-void __vsyslog_chk(int priority, int, const char* format, va_list arguments) {
-  Log(priority, format, arguments, __builtin_return_address(0));
-}
+FAKE_LOG(syslog, (int priority, const char* format, ...))
+FAKE_LOG(__syslog_chk, (int priority, int, const char* format, ...))
 
-unsigned int sleep(unsigned int seconds) {
-  if (!CALLED_BY_LIBRARY) return Next<unsigned int(unsigned int)>("sleep")(seconds);
-  Skip("sleep", seconds, seconds * 1000000LL);
-  return 0;
-}
 int usleep(useconds_t microseconds) {
   if (!CALLED_BY_LIBRARY) return Next<int(useconds_t)>("usleep")(microseconds);
-  Skip("usleep", microseconds, microseconds);
+  Plan("usleep", Words(microseconds));
+  Locked([&](FakeState& state) { state.skippedMicroseconds += microseconds; });
   return 0;
 }
 
@@ -128,10 +87,7 @@ time_t time(time_t* out) noexcept {
 
 FAKE_SYSTEM(setresuid, (uid_t real, uid_t effective, uid_t saved), (real, effective, saved))
 FAKE_SYSTEM(setresgid, (gid_t real, gid_t effective, gid_t saved), (real, effective, saved))
-FAKE_SYSTEM(chmod, (const char* path, mode_t mode), (path, mode))
 FAKE_SYSTEM(fchmod, (int file, mode_t mode), (file, mode))
-FAKE_SYSTEM(chown, (const char* path, uid_t owner, gid_t group), (path, owner, group))
-FAKE_SYSTEM(lchown, (const char* path, uid_t owner, gid_t group), (path, owner, group))
 FAKE_SYSTEM(fchown, (int file, uid_t owner, gid_t group), (file, owner, group))
 FAKE_SYSTEM(rename, (const char* from, const char* to), (from, to))
 
@@ -142,7 +98,6 @@ FAKE_CURL(char*, curl_easy_escape, nullptr, (CURL * curl, const char* text, int 
 FAKE_CURL(curl_slist*, curl_slist_append, nullptr, (curl_slist * list, const char* line), (list, line))
 
 CURLcode curl_easy_getinfo(CURL* curl, CURLINFO info, ...) {
-  const InFake inFake;
   static auto* const next = Next<CURLcode(CURL*, CURLINFO, ...)>("curl_easy_getinfo");
   va_list arguments;
   va_start(arguments, info);
@@ -153,7 +108,6 @@ CURLcode curl_easy_getinfo(CURL* curl, CURLINFO info, ...) {
 }
 
 CURLcode curl_easy_setopt(CURL* curl, CURLoption option, ...) {
-  const InFake inFake;
   static auto* const next = Next<CURLcode(CURL*, CURLoption, ...)>("curl_easy_setopt");
   const int kind = static_cast<int>(option) / 10000 * 10000;
   const bool number = kind == CURLOPTTYPE_LONG, offset = kind == CURLOPTTYPE_OFF_T;
@@ -163,12 +117,14 @@ CURLcode curl_easy_setopt(CURL* curl, CURLoption option, ...) {
   void* const pointer = number || offset ? nullptr : va_arg(arguments, void*);
   va_end(arguments);
   if (CALLED_BY_LIBRARY) {
-    const std::string word = number || offset ? Words(value)
-                             : IsText(option) ? Word(static_cast<const char*>(pointer))
-                                              : Word(static_cast<const void*>(pointer));
-    const Planned planned = Plan(OptionName(option), word);
+    const curl_easyoption* const known = curl_easy_option_by_id(option);
+    const std::string word = number || offset               ? Words(value)
+                             : known->type == CURLOT_STRING ? Word(static_cast<const char*>(pointer))
+                                                            : Word(static_cast<const void*>(pointer));
+    const Planned planned = Plan(std::string("CURLOPT_") + known->name, word);
     if (planned.instead) return static_cast<CURLcode>(planned.result.value_or(CURLE_UNKNOWN_OPTION));
-    if (number) return SetLong(next, curl, option, static_cast<long>(value));
+    if (option == CURLOPT_TIMEOUT)
+      return next(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(value) * 1000 / State().divisor);
   }
   if (number) return next(curl, option, static_cast<long>(value));
   return offset ? next(curl, option, value) : next(curl, option, pointer);

@@ -1,8 +1,6 @@
-// What the tool ends with, from the cause to the exit code, and what stands on which stream.
-#include "exit_codes.h"
+// What the tool ends with, from the cause to the exit code, and what stands on
+// which stream.
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
@@ -24,17 +22,14 @@ TEST_F(ToolTest, EveryAnswerToALoginHasItsExitCode) {
     int exit;
     int library;
     const char* retry;
-  } answers[] = {{Fault::Answer(400, R"({"code":"badauth"})"), 4, 14, "no"},
-                 {Fault::Answer(400, R"({"code":"account_not_found"})"), 4, 25, "no"},
+  } answers[] = {{Fault::Answer(400, R"({"code":"account_not_found"})"), 4, 25, "no"},
                  {Fault::Answer(400, R"({"code":"account_unverified"})"), 4, 18, "perhaps"},
                  {Fault::Answer(503, "down"), 5, 4, "yes"},
                  {Fault::Answer(200, R"({"id":"1001"})"), 5, 5, "yes"},
-                 {Fault::Answer(400, R"({"code":"badnetwork"})"), 5, 15, "yes"},
                  {Fault::Answer(400, R"({"code":"badsys"})"), 7, 6, "yes"},
                  {Fault::Answer(400, R"({"code":"apikey_expired"})"), 8, 27, "perhaps"},
                  {Fault::Answer(400, R"({"code":"invalid_machine"})"), 8, 28, "no"},
                  {Fault::Answer(200, "<html>"), 1, 2, "perhaps"},
-                 {Fault::Answer(400, R"({"code":"serial_exceed_max_account_register"})"), 1, 17, "perhaps"},
                  {Fault::Answer(400, R"({"code":"something new"})"), 1, 24, "perhaps"}};
   for (const auto& answer : answers) {
     SCOPED_TRACE(answer.library);
@@ -49,51 +44,6 @@ TEST_F(ToolTest, EveryAnswerToALoginHasItsExitCode) {
   }
 }
 
-TEST_F(ToolTest, AnApiKeyRefusedOnceHealsItselfAndOneRefusedTwiceIsNotProvisioned) {
-  Cloud().ForgetApiKey(kSerial);
-  EXPECT_EQ(0, LogIn().exit);
-  EXPECT_EQ(2u, Cloud().Requests(kLoginPath).size());
-  kivosim::Fault twice = Fault::Answer(400, R"({"code":"apikey_not_found"})");
-  twice.times = 2;
-  Cloud().QueueFault(kLoginPath, twice);
-  EXPECT_EQ(8, LogIn().exit);
-  EXPECT_EQ(4u, Cloud().Requests(kLoginPath).size());
-}
-
-TEST_F(ToolTest, LibraryCodesBecomeTheDocumentedExitCodes) {
-  using kivotool::Caller;
-  const struct {
-    int code;
-    const char* text;
-    Caller caller;
-    int exit;
-  } rows[] = {{3, "", Caller::kOther, 3},
-              {14, "", Caller::kOther, 4},
-              {18, "", Caller::kOther, 4},
-              {25, "", Caller::kOther, 4},
-              {4, "", Caller::kQuery, 5},
-              {5, "", Caller::kOther, 5},
-              {15, "", Caller::kOther, 5},
-              {0, "", Caller::kQuery, 6},
-              {22, "Failed to lock file: /tmp/x [code=22]", Caller::kOther, 6},
-              {22, "no Failed to lock file", Caller::kOther, 3},
-              {22, "", Caller::kOther, 3},
-              {6, "", Caller::kOther, 7},
-              {8, "", Caller::kOther, 8},
-              {20, "", Caller::kOther, 8},
-              {26, "", Caller::kOther, 8},
-              {27, "", Caller::kOther, 8},
-              {28, "", Caller::kOther, 8},
-              {0, "", Caller::kOther, 1},
-              {1, "", Caller::kOther, 1},
-              {2, "", Caller::kOther, 1},
-              {19, "", Caller::kOther, 1},
-              {99, "", Caller::kOther, 1}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.exit, kivotool::ExitFromLibrary(row.code, row.text, row.caller)) << row.code << " " << row.text;
-  }
-}
-
 TEST_F(ToolTest, MistakesEndWithTwoAndSuggestWhatWasMeant) {
   const struct {
     std::vector<std::string> arguments;
@@ -102,16 +52,13 @@ TEST_F(ToolTest, MistakesEndWithTwoAndSuggestWhatWasMeant) {
   } mistakes[] = {
       {{}, "No verb", "varnkivo --help"},
       {{"statsu"}, "Did you mean \"status\"?", "varnkivo status --help"},
-      {{"acount", "show"}, "Did you mean \"account\"?", "varnkivo account --help"},
       {{"account", "shwo"}, "Did you mean \"show\"?", "varnkivo account show --help"},
-      {{"account"}, "subcommand", "varnkivo account --help"},
       {{"status", "--jsn"}, "Did you mean \"--json\"?", "varnkivo status --json"},
       {{"login", "--password", "x"}, "There is no option \"--password\"", "varnkivo login"},
-      {{"frobnicate"}, "There is no verb \"frobnicate\".", "varnkivo --help"},
-      {{"login", "--verify-only"}, "--email is missing", "varnkivo login --help"},
       {{"login", "--email", kEmail}, "no terminal", "varnkivo login --help"},
-      {{"login", "--key", "--auth-key-stdin"}, "--user-id is missing", "varnkivo login --help"},
       {{"login", "--key", "--email", kEmail}, "either", "varnkivo login --help"},
+      {{"login", "--verify-only"}, "--email is missing", "varnkivo login --help"},
+      {{"login", "--key", "--auth-key-stdin"}, "--user-id is missing", "varnkivo login --help"},
       {{"login", "--user-id", "1"}, "--user-id goes with --key", "varnkivo login --help"},
       {{"login", "--key", "--user-id", "1", "--verify-only"}, "without signing in", "varnkivo login --help"},
       {{"login", "--email", "a\nb", "--password-stdin"}, "control characters", "varnkivo login --help"},
@@ -136,15 +83,6 @@ TEST_F(ToolTest, AQueryEndsWithItsOwnCodes) {
   EXPECT_EQ(5, result.exit);
   EXPECT_EQ("varnkivo account show --refresh", ErrorOf(result)["run"].asString());
 
-  const int lock = open("/tmp/account_query_info.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-  ASSERT_EQ(0, flock(lock, LOCK_EX));
-  result = RunTool({{"account", "show", "--refresh", "--json"},
-                    "",
-                    {std::string("LD_PRELOAD=") + VARNKIVO_SKIP_WAITS_PATH, "ASAN_OPTIONS=verify_asan_link_order=0"}});
-  EXPECT_EQ(6, result.exit);
-  EXPECT_EQ("busy", ErrorOf(result)["kind"].asString());
-  close(lock);
-
   Cloud().Revoke(kEmail);
   result = Tool({"account", "show", "--refresh", "--json"});
   EXPECT_EQ(3, result.exit);
@@ -161,13 +99,6 @@ TEST_F(ToolTest, WithoutRightsTheRecordIsOutOfReachAndSaidSo) {
     EXPECT_EQ("permission", ErrorOf(result)["kind"].asString());
   }
   EXPECT_EQ(0, RunTool({{"paths"}, "", {}, false, 1000, 1000}).exit);
-}
-
-TEST_F(ToolTest, ARecordThatCannotBeWrittenFailsAfterTheServersYes) {
-  ASSERT_TRUE(std::filesystem::create_directory(kRecord));
-  const Result result = LogIn({"--json"});
-  EXPECT_EQ(1, result.exit);
-  EXPECT_EQ(19, ErrorOf(result)["library_code"].asInt());
 }
 
 TEST_F(ToolTest, AFailingPluginIsNotTakenForAFailedSignIn) {

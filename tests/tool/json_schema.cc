@@ -1,9 +1,7 @@
-// The checker. Strict where a schema leaves room for mistakes: an object schema must list its keys, and a document is
-// read without the parser's extensions.
-#include "json_schema.h"
-
-#include <gtest/gtest.h>
-#include <regex.h>
+// The checker. Strict where a schema leaves room for mistakes: an object's
+// schema must list its keys, and a document is read without the parser's
+// extensions.
+#include "tool_fixture.h"
 
 #include <fstream>
 #include <set>
@@ -12,56 +10,21 @@
 namespace tooltest {
 namespace {
 
-bool ParseStrictly(const std::string& text, Json::Value& out) {
+bool ParseStrictly(std::istream& stream, Json::Value& out) {
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
-  std::istringstream stream(text);
-  std::string errors;
-  if (!Json::parseFromStream(builder, stream, &out, &errors)) return false;
-  std::string rest;
-  return !(stream >> rest);
+  std::string errors, rest;
+  return Json::parseFromStream(builder, stream, &out, &errors) && !(stream >> rest);
 }
 
-bool HasType(const Json::Value& value, const std::string& type) {
-  if (type == "null") return value.isNull();
-  if (type == "boolean") return value.isBool();
+bool HasType(const Json::Value& value, const Json::Value& type) {
+  for (const Json::Value& one : type.isArray() ? type : Json::Value()) {
+    if (HasType(value, one)) return true;
+  }
   if (type == "integer") return value.isIntegral() && !value.isBool();
-  if (type == "string") return value.isString();
-  if (type == "array") return value.isArray();
-  return type == "object" && value.isObject();
-}
-
-bool HasOneType(const Json::Value& value, const Json::Value& types) {
-  if (types.isString()) return HasType(value, types.asString());
-  for (const Json::Value& type : types) {
-    if (HasType(value, type.asString())) return true;
-  }
-  return false;
-}
-
-/// With an extended POSIX expression, which the patterns of the schemas are too.
-bool Matches(const std::string& text, const std::string& pattern) {
-  regex_t expression;
-  if (regcomp(&expression, pattern.c_str(), REG_EXTENDED | REG_NOSUB) != 0) return false;
-  const bool found = regexec(&expression, text.c_str(), 0, nullptr, 0) == 0;
-  regfree(&expression);
-  return found;
-}
-
-std::string Check(const Json::Value& value, const Json::Value& schema, const std::string& place);
-
-std::string CheckObject(const Json::Value& value, const Json::Value& schema, const std::string& place) {
-  for (const Json::Value& key : schema["required"]) {
-    if (!value.isMember(key.asString())) return place + " lacks " + key.asString();
-  }
-  for (const std::string& key : value.getMemberNames()) {
-    const Json::Value known = schema["properties"][key];
-    const Json::Value& more = schema["additionalProperties"];
-    if (known.isNull() && !more.isObject()) return place + " has the unknown key " + key;
-    if (std::string wrong = Check(value[key], known.isNull() ? more : known, place + "." + key); !wrong.empty())
-      return wrong;
-  }
-  return "";
+  return (type == "null" && value.isNull()) || (type == "boolean" && value.isBool()) ||
+         (type == "string" && value.isString()) || (type == "array" && value.isArray()) ||
+         (type == "object" && value.isObject());
 }
 
 std::string Check(const Json::Value& value, const Json::Value& schema, const std::string& place) {
@@ -72,40 +35,45 @@ std::string Check(const Json::Value& value, const Json::Value& schema, const std
     if (known.count(keyword) == 0) return place + ": the checker does not know " + keyword;
   }
   if (schema.isMember("const") && value != schema["const"]) return place + " is not the constant";
-  if (schema.isMember("type") && !HasOneType(value, schema["type"])) return place + " has the wrong type";
-  if (schema.isMember("enum")) {
-    bool found = false;
-    for (const Json::Value& choice : schema["enum"]) found = found || choice == value;
-    if (!found) return place + " is none of the choices";
-  }
+  if (schema.isMember("type") && !HasType(value, schema["type"])) return place + " has the wrong type";
+  if (schema.isMember("enum") && std::find(schema["enum"].begin(), schema["enum"].end(), value) == schema["enum"].end())
+    return place + " is none of the choices";
   if (value.isString()) {
-    if (value.asString().size() < schema.get("minLength", 0).asUInt()) return place + " is too short";
-    const std::string pattern = schema.get("pattern", ".*").asString();
-    if (!Matches(value.asString(), pattern)) return place + " does not match " + pattern;
+    const std::string text = value.asString(), pattern = schema.get("pattern", "").asString();
+    if (text.size() < schema.get("minLength", 0).asUInt()) return place + " is too short";
+    if (!testing::Matches(testing::ContainsRegex(pattern))(text)) return place + " does not match " + pattern;
   }
+  std::string wrong;
   if (value.isArray()) {
-    for (const Json::Value& item : value) {
-      if (std::string wrong = Check(item, schema["items"], place + "[]"); !wrong.empty()) return wrong;
-    }
+    for (const Json::Value& item : value) wrong += Check(item, schema["items"], place + "[]");
   }
-  return value.isObject() ? CheckObject(value, schema, place) : "";
+  if (!value.isObject()) return wrong;
+  for (const Json::Value& key : schema["required"]) {
+    if (!value.isMember(key.asString())) return place + " lacks " + key.asString();
+  }
+  for (const std::string& key : value.getMemberNames()) {
+    const Json::Value listed = schema["properties"][key], more = schema["additionalProperties"];
+    if (listed.isNull() && !more.isObject()) return place + " has the unknown key " + key;
+    wrong += Check(value[key], listed.isNull() ? more : listed, place + "." + key);
+  }
+  return wrong;
 }
 
 }  // namespace
 
 std::string CheckDocument(const std::string& name, const std::string& text) {
   std::ifstream file(std::string(VARNKIVO_SCHEMA_FOLDER) + "/" + name + ".schema.json");
-  std::stringstream content;
-  content << file.rdbuf();
+  std::istringstream stream(text);
   Json::Value schema, document;
-  if (!ParseStrictly(content.str(), schema)) return "the schema " + name + " cannot be read";
-  if (!ParseStrictly(text, document)) return "not one JSON document: " + text;
+  if (!ParseStrictly(file, schema)) return "the schema " + name + " cannot be read";
+  if (!ParseStrictly(stream, document)) return "not one JSON document: " + text;
   return Check(document, schema, name);
 }
 
 Json::Value Parse(const std::string& text) {
+  std::istringstream stream(text);
   Json::Value document;
-  EXPECT_TRUE(ParseStrictly(text, document)) << text;
+  EXPECT_TRUE(ParseStrictly(stream, document)) << text;
   return document;
 }
 

@@ -1,9 +1,9 @@
-// Starts the tool by fork and exec. The test program has threads (the simulator's), so the child only makes calls that
-// are safe then; argument and environment arrays are made before.
-#include "tool_process.h"
+// Starts the tool by fork and exec. The test program has threads (the
+// simulator's), so the child only makes calls that are safe then; argument and
+// environment arrays are made before.
+#include "tool_fixture.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -26,34 +26,23 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return out;
 }
 
-std::vector<std::string> EnvironmentFor(const Call& call) {
-  std::vector<std::string> out = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root"};
-  for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
-    if (const char* value = getenv(name)) out.push_back(std::string(name) + "=" + value);
-  }
-  out.insert(out.begin(), call.environment.begin(), call.environment.end());  // of two with one name the first counts
-  return out;
-}
-
-void Pipe(int (&ends)[2]) {
-  if (pipe2(ends, O_CLOEXEC) != 0) abort();
-}
-
 }  // namespace
 
 ToolProcess::ToolProcess(const Call& call) : call_(call) {
   std::vector<std::string> arguments = {"varnkivo"};
   arguments.insert(arguments.end(), call.arguments.begin(), call.arguments.end());
-  std::vector<std::string> environment = EnvironmentFor(call);
+  std::vector<std::string> environment = call.environment;  // of two with one name the first counts
+  environment.insert(environment.end(), {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root"});
+  for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+    if (const char* value = getenv(name)) environment.push_back(std::string(name) + "=" + value);
+  }
   const std::vector<char*> argv = Pointers(arguments), envp = Pointers(environment);
   int in[2], out[2], err[2];
-  Pipe(in), Pipe(out), Pipe(err);
-  std::string slaveName;
+  if (pipe2(in, O_CLOEXEC) + pipe2(out, O_CLOEXEC) + pipe2(err, O_CLOEXEC) != 0) abort();
   if (call.terminal) {
     terminal_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (terminal_ < 0 || grantpt(terminal_) != 0 || unlockpt(terminal_) != 0) abort();
-    slaveName = ptsname(terminal_);
-    slave_ = open(slaveName.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    slave_ = open(ptsname(terminal_), O_RDWR | O_NOCTTY | O_CLOEXEC);
   }
   const int file = call.outputFile.empty() ? -1 : open(call.outputFile.c_str(), O_WRONLY | O_CLOEXEC);
   pid_ = fork();

@@ -38,5 +38,3 @@ struct KivoRequest {
 std::string LoggedUrl();
 /// "code=N, err=WHAT LIBCURL SAYS", as log lines end.
 std::string CurlError(int code, const char* format = "code=%d, err=%s");
-/// Makes the library parse the CA bundle anew, with a handle that is made anew.
-void TouchTrustBundle();

