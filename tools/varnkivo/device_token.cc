@@ -4,6 +4,7 @@
 #include <varnkivo/account_pkce_service.h>
 #include <varnkivo/kivo_exception.h>
 
+#include <algorithm>
 #include <typeinfo>
 
 #include "account_state.h"
@@ -33,6 +34,18 @@ Failure TokenFailure(const varnkivo::KivoException& error, const std::string& ag
   return Explain(error.GetCode(), {Situation::Doing::kToken, again, error.what(), ""});
 }
 
+/// RFC 6749, appendix A.12. A header or a script must not get more than a token, or nothing at all.
+void RequirePrintable(const std::string& token) {
+  const auto belongs = [](unsigned char c) { return c >= 0x20 && c <= 0x7e; };
+  if (!token.empty() && std::all_of(token.begin(), token.end(), belongs)) return;
+  throw Failure{kFailed,
+                std::nullopt,
+                "The stored token is empty or no token at all.",
+                Retry::kNo,
+                "Nothing; it takes the token for valid until it expires.",
+                "varnkivo logout --local"};
+}
+
 }  // namespace
 
 std::string FetchDeviceToken(bool id, const std::string& again, bool quiet) {
@@ -40,7 +53,9 @@ std::string FetchDeviceToken(bool id, const std::string& again, bool quiet) {
   try {
     const Spinner spinner("Asking for a token", kSeconds, !quiet);
     const varnkivo::AccountPkceService service;
-    return id ? service.GetIdToken() : service.GetAccessToken();
+    const std::string token = id ? service.GetIdToken() : service.GetAccessToken();
+    RequirePrintable(token);
+    return token;
   } catch (const varnkivo::KivoException& error) {
     throw TokenFailure(error, again, before, VoiceFor(quiet));
   } catch (const std::bad_cast&) {

@@ -188,7 +188,11 @@ Exit RunLogin(const LoginOptions& options) {
                 "); if the key cannot be checked, that sign-in is removed too.",
             options.yes, options.Again() + " --yes");
   }
-  const Json::Value response = options.Browser() ? SignInByBrowser(options.json) : CallLibrary(options);
+  Json::Value response;
+  if (options.Browser())
+    SignInByBrowser(options.json);
+  else
+    response = CallLibrary(options);
   const Outcome outcome = options.verifyOnly ? Verified(options, response) : SignedIn(options, before);
   if (!options.verifyOnly) EndSignOutNotice(VoiceFor(options.json));
   Print(outcome, options.json);
