@@ -26,6 +26,9 @@ const std::vector<Route>& Routes() {
     AddAuthKeyExchange(all);
     AddCodeGrant(all);
     AddDeviceLogout(all);
+    AddShopSignIn(all);
+    AddShopCatalogue(all);
+    AddShopHistory(all);
     return all;
   }());
   return routes;
