@@ -22,7 +22,8 @@ class KIVO_API AccountPulseWatchService {
   /// address to send it back to: `redirectUrl`, "?", and "scope", "state" and "code" percent-encoded. A `redirectUrl`
   /// with a query gets a second "?".
   /// WARNING: `redirectUrl` is used as it stands. It comes from outside: the calling page must know it as one of the
-  /// service's, or this device leads browsers, with a code, to anywhere (RFC 9700, section 4.11).
+  /// service's, or this device leads browsers, with a code, to anywhere (RFC 9700, section 4.11), and lines of a header
+  /// may follow it.
   /// `scope` is sent as one value. Throws KivoException: 1 a control character in `clientId`, 2 an answer that is not
   /// JSON, 5 no usable answer, and what PackagePkceClient("pulsewatch").GetAccessToken throws.
   std::string Grant(const std::string& clientId, const std::string& scope, const std::string& redirectUrl,

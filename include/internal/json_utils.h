@@ -27,7 +27,7 @@ std::optional<std::string> ToText(const Json::Value& value);
 std::optional<std::string> TextMember(const Json::Value& object, const char* name);
 /// A boolean as account centres send them: true, false, 0, 1, "true", "false", "yes", "no".
 std::optional<bool> ToBool(const Json::Value& value);
-/// `object[name]` where it is a text; null for any other kind and where absent. Owned by `object`.
+/// `object[name]` where it is a text without a NUL inside; null for any other kind and where absent. Owned by `object`.
 const char* StringOrNull(const Json::Value& object, const char* name);
 /// isMember that is false instead of throwing where `value` is not an object.
 bool HasMember(const Json::Value& value, const char* name);

@@ -8,11 +8,13 @@
 
 namespace varnkivo {
 
+enum class Raise { kOthers, kServiceToo };  // the account service's own ids suffice for its files, not for others'
+
 /// Raises the effective ids of the whole process to 0, unless the caller is root or the account service already, and
 /// puts them back when it goes. Keep what runs inside small: no network, and nothing that waits.
 class PrivilegeBracket {
  public:
-  explicit PrivilegeBracket(Site site);
+  explicit PrivilegeBracket(Site site, Raise raise = Raise::kOthers);
   PrivilegeBracket(const PrivilegeBracket&) = delete;
   PrivilegeBracket& operator=(const PrivilegeBracket&) = delete;
   ~PrivilegeBracket();

@@ -50,8 +50,8 @@ PrivilegeBracket::Turn::~Turn() {
   UnlockOutermost();
 }
 
-PrivilegeBracket::PrivilegeBracket(Site site) : site_(site), uid_(geteuid()), gid_(getegid()) {
-  entered_ = uid_ == 0 || uid_ == kAccountUid;
+PrivilegeBracket::PrivilegeBracket(Site site, Raise raise) : site_(site), uid_(geteuid()), gid_(getegid()) {
+  entered_ = uid_ == 0 || (uid_ == kAccountUid && raise == Raise::kOthers);
   if (entered_) return;
   entered_ = raised_ = SetGid(0) && SetUid(0);
   if (entered_) return;

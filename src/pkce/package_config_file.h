@@ -10,12 +10,16 @@
 namespace varnkivo {
 
 /// The JSON object in `path`; nothing where there is none, or where somebody else may have put it there: a link, a file
-/// with a second name, of another user than root, the account service and this one, or that others may write to.
+/// with a second name, of another user than root and the account service, or that others may write to. A file of this
+/// process's own user is trusted only where it has no other ids to come back to.
 std::optional<Json::Value> ReadTrustedConfig(const std::string& path);
 
-/// Puts `config` into the place of `path`: mode 0644, owner 934:934 where this process may give it away. False where
-/// that fails; `path` is then as it was.
+/// Puts `config` into the place of `path`, whatever is there: mode 0644, owner 934:934 where this process may give it
+/// away. False where that fails; `path` is then as it was.
 bool WriteTrustedConfig(const std::string& path, const Json::Value& config);
+
+/// Where it cannot be removed it stays.
+void RemoveTrustedConfig(const std::string& path);
 
 }  // namespace varnkivo
 

@@ -50,12 +50,18 @@ std::string Text(const Json::Value& object, const char* name) {
   return *text;
 }
 
+/// "https://" and a host.
+bool IsEndpoint(const std::string& url) {
+  const std::string scheme = "https://";
+  return url.rfind(scheme, 0) == 0 && url.size() > scheme.size() && url[scheme.size()] != '/';
+}
+
 /// Before anything is sent because of it: without the endpoint a code would be spent for nothing.
-const Json::Value& RequireUsable(const Json::Value& config) {
+void RequireUsable(const Json::Value& config) {
   for (const char* name : {"login_redirect_uri", "scope"}) Text(config, name);
   RequireHeaderValue(Text(config, "client_id"), KIVO_ERR_TOKEN);
-  if (Text(config, "token_endpoint").rfind("https://", 0) != 0) throw KivoException(KIVO_ERR_RESPONSE);
-  return config;
+  if (!IsEndpoint(RequireHeaderValue(Text(config, "token_endpoint"), KIVO_ERR_RESPONSE)))
+    throw KivoException(KIVO_ERR_RESPONSE);
 }
 
 }  // namespace
@@ -106,10 +112,21 @@ Json::Value PackagePkceClientImpl::GetPkceConfig() const {
   return *config;
 }
 
+/// One that is of no use is forgotten, so that the next call asks for another.
+Json::Value PackagePkceClientImpl::GetUsableConfig() const {
+  Json::Value config = GetPkceConfig();
+  try {
+    RequireUsable(config);
+  } catch (const KivoException&) {
+    RemoveTrustedConfig(GetConfigFilePath());
+    throw;
+  }
+  return config;
+}
+
 void PackagePkceClientImpl::GrantByAccountService() const {
   const OperationLock lock(packageName_, "_package_grant_by_lum");
-  const Json::Value config = GetPkceConfig();
-  RequireUsable(config);
+  const Json::Value config = GetUsableConfig();
   const std::string clientId = Text(config, "client_id"), redirectUri = Text(config, "login_redirect_uri");
   const PkcePair pkce = NewPkcePair();
   const Wiped authKey(User().GetAuthKey());
@@ -152,7 +169,7 @@ std::string PackagePkceClientImpl::GetToken(const char* key) const {
 }
 
 std::string PackagePkceClientImpl::ReadToken(const char* key) const {
-  return client_.impl_->GetToken(key, [this] { return RequireUsable(GetPkceConfig()); });
+  return client_.impl_->GetToken(key, [this] { return GetUsableConfig(); });
 }
 
 void PackagePkceClientImpl::ForceRenewToken() const {

@@ -25,6 +25,7 @@ class PackagePkceClientImpl {
   void SavePkceConfig(const Json::Value& config) const;
   void RetrievePkceConfig() const;
   Json::Value GetPkceConfig() const;
+  Json::Value GetUsableConfig() const;
   void GrantByAccountService() const;
   std::string GetToken(const char* key) const;
   std::string ReadToken(const char* key) const;

@@ -9,8 +9,8 @@
 #include "internal/privilege_bracket.h"
 #include "internal/wiped.h"
 #include "kivo_exception.h"
+#include "leftovers.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -30,8 +30,7 @@ constexpr const char* kSource = "pkce_client";
 constexpr const char* kSaveSource = "..//include/internal/json_utils";
 constexpr const char* kSuffix = "_token.json";
 constexpr std::size_t kLongestName = 128;
-constexpr off_t kRoom = 64 << 10;    // bytes; more than a token set has
-constexpr time_t kLeftoverAge = 60;  // seconds
+constexpr off_t kRoom = 64 << 10;  // bytes; more than a token set has
 constexpr const char* kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
 
 std::string InPrivateDirectory(const std::string& name) { return std::string(kPrivateDirectory) + "/" + name; }
@@ -40,30 +39,6 @@ void RequireEntered(const PrivilegeBracket& bracket, Site site) {
   if (bracket.Entered()) return;
   LogError(site, "Failed to change permission");
   throw KivoException(KIVO_ERR_SYSTEM);
-}
-
-struct DirectoryCloser {
-  void operator()(DIR* directory) const noexcept { closedir(directory); }
-};
-
-bool IsLeftover(const std::string& path) {
-  const int file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-  struct stat facts = {};
-  const bool leftover = file >= 0 && fstat(file, &facts) == 0 && S_ISREG(facts.st_mode) &&
-                        time(nullptr) - facts.st_mtime > kLeftoverAge && flock(file, LOCK_EX | LOCK_NB) == 0;
-  if (file >= 0) close(file);
-  return leftover;
-}
-
-/// The comma, which no client's name has, tells them from every token file.
-void RemoveLeftovers(const std::string& client) {
-  const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(kPrivateDirectory));
-  const std::string prefix = client + ",";
-  while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
-    const std::string name = entry->d_name;
-    if (name.compare(0, prefix.size(), prefix) == 0 && IsLeftover(InPrivateDirectory(name)))
-      unlink(InPrivateDirectory(name).c_str());
-  }
 }
 
 /// fallocate that asks for real blocks also where the file system has no such call.
@@ -125,7 +100,8 @@ PendingTokenFile::PendingTokenFile(const std::string& client, Site site)
     : client_(client), target_(TokenFile(client).GetTokenFilePath()) {
   const PrivilegeBracket bracket(site);
   RequireEntered(bracket, site);
-  RemoveLeftovers(client_);
+  // The comma, which no client's name has, tells them from every token file.
+  RemoveLeftovers(kPrivateDirectory, client_ + ",");
   path_ = InPrivateDirectory(client_ + ",XXXXXX" + kSuffix);
   file_ = mkostemps(path_.data(), static_cast<int>(std::string(kSuffix).size()), O_CLOEXEC);  // 0600 from the start
   if (file_ < 0) Fail();

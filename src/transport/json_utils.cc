@@ -66,7 +66,7 @@ std::optional<bool> ToBool(const Json::Value& value) {
 const char* StringOrNull(const Json::Value& object, const char* name) {
   if (!HasMember(object, name)) return nullptr;
   const Json::Value& value = object[name];
-  return value.isString() ? value.asCString() : nullptr;
+  return value.isString() && value.asString().find('\0') == std::string::npos ? value.asCString() : nullptr;
 }
 
 bool HasMember(const Json::Value& value, const char* name) { return value.isObject() && value.isMember(name); }

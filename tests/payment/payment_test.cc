@@ -218,6 +218,7 @@ TEST(Payment, HistoryLeavesTheResultAloneWhenItFails) {
       {"", "[]", "{}", 200, KIVO_ERR_RESPONSE, ""},
       {"", "[]", R"({"code":"badauth"})", 200, KIVO_ERR_AUTH,
        R"(Failed to query purchase info, resp={"code":"badauth"})"},
+      {"", "[]", R"({"code":"good\u0000x"})", 200, KIVO_ERR_UNKNOWN, "Failed to query purchase info, resp="},
       {"", "[]", R"({"code":"good","entries":["a"]})", 200, KIVO_ERR_RESPONSE, ""},
       {"", "[]", R"({"code":"good","entries":[{"price":"9.99"}]})", 200, KIVO_ERR_RESPONSE, ""}};
   for (const auto& row : rows) {

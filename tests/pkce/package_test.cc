@@ -6,6 +6,8 @@
 #include <varnkivo/kivo_exception.h>
 #include <varnkivo/package_pkce_client.h>
 
+#include <filesystem>
+
 #include "process.h"
 #include "token_bench.h"
 
@@ -118,14 +120,20 @@ TEST(Package, APlantedConfigurationIsReplacedAndNobodyElseAsked) {
     config["created_at"] = static_cast<Json::Int64>(kNow);
     return config;
   }());
-  for (const std::string kind : {"another user's", "writable", "group-writable", "hard link", "link", "fifo", "text"}) {
+  const std::string other = "/tmp/planted";
+  const auto clear = [&] {
+    for (const char* path : {kCache, other.c_str()}) std::filesystem::remove_all(path);
+  };
+  for (const std::string kind :
+       {"another user's", "writable", "group-writable", "hard link", "link", "fifo", "text", "folder"}) {
     SCOPED_TRACE(kind);
+    clear();
     PackageBench bench;
-    const std::string other = "/tmp/planted";
-    unlink(other.c_str());
     const bool isElsewhere = kind == "link" || kind == "hard link";
     if (kind == "fifo")
       EXPECT_EQ(0, mkfifo(kCache, 0644));
+    else if (kind == "folder")
+      std::filesystem::create_directories(kCache + std::string("/full"));
     else
       WriteFile(isElsewhere ? other : kCache, kind == "text" ? "<html>" : planted);
     if (kind == "another user's") {
@@ -150,6 +158,18 @@ TEST(Package, APlantedConfigurationIsReplacedAndNobodyElseAsked) {
       EXPECT_EQ(planted, ReadFile(other));
     }
   }
+  // Processes that have lowered their ids: to a user who has planted one, and to the account service.
+  for (const uid_t user : {uid_t{1000}, uid_t{934}}) {
+    SCOPED_TRACE(user);
+    clear();
+    PackageBench bench;
+    WriteFile(kCache, planted);
+    EXPECT_EQ(0, chown(kCache, 1000, 1000));
+    EXPECT_THAT(AsUser(user, user, 0, [&] { return bench.Token(); }), StartsWith("at-"));
+    EXPECT_THAT(bench.Asked(), ElementsAre(kConfigPath, kPackageGrant, kTokenPath));
+    EXPECT_EQ("0644 934:934", ModeAndOwner(kCache));
+  }
+  clear();
 }
 
 TEST(Package, AConfigurationThatCannotBeUsedSpendsNothing) {
@@ -160,6 +180,8 @@ TEST(Package, AConfigurationThatCannotBeUsedSpendsNothing) {
   } rows[] = {{"token_endpoint", Json::Value(), "code 5"},
               {"token_endpoint", "http://identity.kivo.example/oauth2/token", "code 5"},
               {"token_endpoint", Json::Value(Json::arrayValue), "code 5"},
+              {"token_endpoint", "https:///oauth2/token", "code 5"},
+              {"token_endpoint", "https://a\r\nb/", "code 5"},
               {"client_id", "a\r\nX-Evil: 1", "code 22"},
               {"scope", Json::Value(Json::objectValue), "code 5"}};
   PackageBench bench;
@@ -170,6 +192,9 @@ TEST(Package, AConfigurationThatCannotBeUsedSpendsNothing) {
     bench.ChangeCache(row.member, row.value);
     bench.Asked();
     EXPECT_THAT(Result([&] { return bench.photos.ForceRenewToken(), ""; }), StartsWith(row.code));
+    EXPECT_FALSE(IsThere(kCache));  // the next call asks for another
+    WriteFile(kCache, cache);
+    bench.ChangeCache(row.member, row.value);
     bench.device.SetTime(kNow + kHour + 1);  // the stored token has to be renewed
     EXPECT_THAT(bench.Token(), StartsWith(row.code));
     bench.device.SetTime(kNow);
@@ -287,6 +312,8 @@ TEST(PulseWatch, GrantSendsItsFieldsAndBuildsTheAddress) {
     bench.cloud->QueueFault(kWatchGrant, row.fault);
     EXPECT_THAT(Result([&] { return service.Grant("c", "s", "r", "t"); }), StartsWith(row.result));
   }
+  bench.cloud->QueueFault(kWatchGrant, Fault::Answer(200, R"({"grant_code":""})"));
+  EXPECT_EQ("r?scope=&state=&code=", service.Grant("c", "", "r", ""));
   bench.Asked();
   EXPECT_THAT(Result([&] { return service.Grant("c\r\nX-Evil: 1", "s", "r", "t"); }), StartsWith("code 1:"));
   EXPECT_THAT(bench.Asked(), IsEmpty());
