@@ -101,6 +101,7 @@ TEST_F(ReportTest, EveryAnswerHasItsExitCodeAndIsRemembered) {
                  {Fault::Answer(503, "down"), 5, 4, false, "could not be reached"},
                  {Fault::Answer(200, "<html>"), 1, 2, false, "not JSON"},
                  {Fault::Answer(400, R"({"code":"badsys"})"), 7, 6, false, "badsys"},
+                 {Fault::Answer(400, R"({"code":"badparam"})"), 1, 1, false, "what the report says of this device"},
                  {Fault::Answer(400, R"({"code":"badauth"})"), 4, 14, true, "no longer accepts"},
                  {Fault::Answer(400, R"({"code":"account_not_found"})"), 4, 25, true, "no longer exists"}};
   for (const auto& answer : answers) {
