@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <varnkivo/user.h>
 
+#include <csignal>
 #include <filesystem>
 
 #include "tool_fixture.h"
@@ -165,6 +166,17 @@ TEST_F(ReportTest, OtherVerbsRememberAForcedSignOutToo) {
   Cloud().TakeDown(kLogoutPath);
   EXPECT_THAT(ErrorOf(Tool({"report", "--json"}))["device_next"].asString(), HasSubstr("could not sign itself out"));
   EXPECT_TRUE(Status()["last_forced_sign_out"]["library_code"].isNull());
+}
+
+TEST_F(ReportTest, TheScheduledRunIsSilentAlsoWhenASignalEndsIt) {
+  SignIn();
+  Cloud().QueueFault(kReportPath, Fault::NeverAnswer());
+  ToolProcess run({{"--report_info"}});
+  while (Cloud().Requests(kReportPath).empty()) usleep(1000);
+  run.Signal(SIGTERM);
+  const Result result = run.Wait();
+  EXPECT_EQ(130, result.exit);
+  EXPECT_EQ("", result.out + result.err);
 }
 
 TEST_F(ReportTest, WritersTakeTurnsAndKeepEachOthersPart) {
