@@ -168,6 +168,34 @@ TEST_F(ReportTest, OtherVerbsRememberAForcedSignOutToo) {
   EXPECT_TRUE(Status()["last_forced_sign_out"]["library_code"].isNull());
 }
 
+TEST_F(ReportTest, AnAcceptedReportThatLeavesNoJobSaysSo) {
+  const struct {
+    const char *schedule, *note, *job;
+  } schedules[] = {
+      {"5 5 * * *", "", "/etc/cron.d/kivo: 5 5 * * *"},
+      {"@weekly", "the schedule \"@weekly\" cannot be used", "none: the schedule \"@weekly\" cannot be used"},
+      {"5 5 * * * x", "the schedule \"5 5 * * * x\" cannot be used", "\"5 5 * * * x\" cannot be used"},
+      {"99 9 * * *", "the schedule \"99 9 * * *\" could not be written", "/etc/cron.d/kivo (none)"}};
+  for (const auto& row : schedules) {
+    SCOPED_TRACE(row.schedule);
+    SignIn();
+    const std::string answer = std::string(R"({"code":"good","report_cron_timestring":")") + row.schedule + "\"}";
+    for (int i = 0; i < 2; ++i) Cloud().QueueFault(kReportPath, Fault::Answer(200, answer));
+    const Result text = Tool({"report"}), json = Tool({"report", "--json"});
+    EXPECT_EQ(0, text.exit + json.exit);
+    EXPECT_EQ("", CheckDocument("report", json.out));
+    EXPECT_EQ("", json.err);
+    EXPECT_THAT(text.err, HasSubstr(row.note));
+    const bool made = *row.note == '\0';
+    EXPECT_EQ(made, text.err.empty()) << text.err;
+    EXPECT_EQ(made, Parse(json.out)["job"].asString().rfind(row.schedule, 0) == 0);
+    EXPECT_NE(made, Parse(json.out)["job"].isNull());
+    EXPECT_THAT(Tool({"status"}).out, HasSubstr(row.job));
+  }
+  Write(kSettings, "kivo_disable_report=\"yes\"\n");
+  EXPECT_THAT(Tool({"status"}).out, HasSubstr("/etc/cron.d/kivo (none)"));
+}
+
 TEST_F(ReportTest, TheScheduledRunIsSilentAlsoWhenASignalEndsIt) {
   SignIn();
   Cloud().QueueFault(kReportPath, Fault::NeverAnswer());
