@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 
 #include "tool_fixture.h"
 
@@ -19,6 +20,7 @@ using testing::Not;
 
 constexpr char kFolder[] = "/usr/varn/var/lib/varnkivo";
 constexpr char kHistory[] = "/usr/varn/var/lib/varnkivo/history.json";
+constexpr char kLock[] = "/usr/varn/var/lib/varnkivo/history.lock";
 constexpr char kTokenFile[] = "/usr/varn/etc/varnholt-account/private/lum_token.json";
 constexpr char kReportPath[] = "device/api/report", kLogoutPath[] = "device/api/logout";
 constexpr char kSettings[] = "/etc/varninfo.conf";
@@ -42,13 +44,15 @@ class ReportTest : public ToolTest {
     EXPECT_EQ("", CheckDocument("status", result.out));
     return Parse(result.out);
   }
-  /// There, whole, nobody else's to read, and no other file beside it.
+  /// There, whole, nobody else's to read, nor its lock, and no other file beside them.
   static void ExpectHistory() {
-    struct stat facts {};
-    ASSERT_EQ(0, stat(kHistory, &facts));
-    EXPECT_TRUE(facts.st_mode == 0100600 && facts.st_uid == 934 && facts.st_gid == 934);
+    for (const char* path : {kHistory, kLock}) {
+      struct stat facts {};
+      ASSERT_EQ(0, stat(path, &facts));
+      EXPECT_TRUE(facts.st_mode == 0100600 && facts.st_uid == 934 && facts.st_gid == 934) << path;
+    }
     EXPECT_EQ("", CheckDocument("history", Read(kHistory)));
-    EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(kFolder), {}));
+    EXPECT_EQ(2, std::distance(std::filesystem::directory_iterator(kFolder), {}));
   }
 };
 
@@ -210,18 +214,21 @@ TEST_F(ReportTest, TheScheduledRunIsSilentAlsoWhenASignalEndsIt) {
 TEST_F(ReportTest, WritersTakeTurnsAndKeepEachOthersPart) {
   SignIn();
   const int folder = open(kFolder, O_RDONLY | O_CLOEXEC);
-  ASSERT_EQ(0, flock(folder, LOCK_EX));
+  ASSERT_EQ(0, flock(folder, LOCK_EX));  // as anybody can
+  EXPECT_EQ("", Tool({"report"}).err);
+  const int lock = open(kLock, O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(0, flock(lock, LOCK_EX));
   ToolProcess report({{"report"}});
   const std::filesystem::path process = "/proc/" + std::to_string(report.Pid());
   std::error_code ended;
   while (std::filesystem::read_symlink(process / "exe", ended).filename() != "varnkivo") usleep(1000);  // still a fork
   for (bool waits = false; !waits && !std::filesystem::read_symlink(process / "exe", ended).empty();) {
     for (const auto& file : std::filesystem::directory_iterator(process / "fd", ended)) {
-      waits |= std::filesystem::read_symlink(file, ended) == kFolder;
+      waits |= std::filesystem::read_symlink(file, ended) == kLock;
     }
   }
   Write(kHistory, R"({"last_forced_sign_out":{"noticed_epoch":1000000000,"library_code":25,"current":true}})");
-  close(folder);
+  close(lock), close(folder);
   EXPECT_EQ("", report.Wait().err);
   EXPECT_TRUE(Status()["last_report"]["accepted"].asBool());
   EXPECT_EQ(25, Status()["last_forced_sign_out"]["library_code"].asInt());
@@ -239,6 +246,22 @@ TEST_F(ReportTest, ABrokenHistoryIsReplacedAndOneThatCannotBeWrittenChangesNoExi
     EXPECT_EQ(0, Tool({"report"}).exit);
     ExpectHistory();
   }
+  const std::string foreign = "/usr/varn/tool_test_foreign";
+  Write(foreign, "", 0644);
+  const std::function<void()> traps[] = {[&] { std::filesystem::create_symlink(foreign, kLock); },
+                                         [&] { std::filesystem::create_hard_link(foreign, kLock); },
+                                         [] { EXPECT_EQ(0, mkfifo(kLock, 0600)); }};
+  for (const auto& trap : traps) {
+    struct stat facts {};
+    std::filesystem::remove(kLock);
+    trap();
+    const Result trapped = Tool({"report"});
+    EXPECT_EQ(0, trapped.exit);
+    EXPECT_THAT(trapped.err, HasSubstr("history.json could not be written"));
+    ASSERT_EQ(0, stat(foreign.c_str(), &facts));
+    EXPECT_TRUE(facts.st_uid == 0 && facts.st_mode == 0100644);
+  }
+  std::filesystem::remove(foreign);
   std::filesystem::remove_all(kFolder);
   const Result text = Tool({"report"}), json = Tool({"report", "--json"}), scheduled = Tool({"--report_info"});
   EXPECT_EQ(0, text.exit + json.exit + scheduled.exit);
