@@ -166,10 +166,18 @@ TEST_F(ReportTest, OtherVerbsRememberAForcedSignOutToo) {
 
   Forget();  // a sign-out that the account centre does not take is none
   SignIn();
-  Cloud().QueueFault(kReportPath, Fault::Answer(400, R"({"code":"badauth"})"));
-  Cloud().TakeDown(kLogoutPath);
-  EXPECT_THAT(ErrorOf(Tool({"report", "--json"}))["device_next"].asString(), HasSubstr("could not sign itself out"));
-  EXPECT_TRUE(Status()["last_forced_sign_out"]["library_code"].isNull());
+  for (Fault refusal : {Fault::Unavailable(), Fault::Answer(400, R"({"code":"badauth"})")}) {
+    refusal.times = -1;
+    refusal.skipHandler = true;
+    Cloud().ClearFaults();
+    Cloud().QueueFault(kReportPath, Fault::Answer(400, R"({"code":"badauth"})"));
+    Cloud().QueueFault(kLogoutPath, refusal);
+    const Json::Value error = ErrorOf(Tool({"report", "--json"}));
+    EXPECT_THAT(error["device_next"].asString(), HasSubstr("stays signed in, and is refused again"));
+    EXPECT_EQ("varnkivo logout --local", error["run"].asString());
+    EXPECT_TRUE(Status()["signed_in"].asBool());
+    EXPECT_TRUE(Status()["last_forced_sign_out"]["library_code"].isNull());
+  }
 }
 
 TEST_F(ReportTest, AnAcceptedReportThatLeavesNoJobSaysSo) {

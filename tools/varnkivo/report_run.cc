@@ -74,9 +74,9 @@ std::optional<Failure> FailureOf(const ReportOutcome& outcome) {
   Failure failure = Explain(outcome.code, {Situation::Doing::kReport, "varnkivo report", "", ""});
   if (outcome.signedOut) {
     failure.deviceNext = "It has been signed out, and stays so until someone signs in.";
-  } else if (failure.exit == kRefused) {
-    failure.deviceNext = "It could not sign itself out, and tries again with the next report.";
-    failure.run = "varnkivo logout";
+  } else if (failure.exit == kRefused) {  // the account centre refused the sign-out too, or could not be reached
+    failure.deviceNext = "It stays signed in, and is refused again with each report.";
+    failure.run = "varnkivo logout --local";
   }
   return failure;
 }
