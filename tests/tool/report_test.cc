@@ -54,6 +54,14 @@ class ReportTest : public ToolTest {
     EXPECT_EQ("", CheckDocument("history", Read(kHistory)));
     EXPECT_EQ(2, std::distance(std::filesystem::directory_iterator(kFolder), {}));
   }
+  /// Answers the next request there only once somebody has signed out on this device.
+  static void SignOutWhileAsked(const char* path, int status, const std::string& body) {
+    Fault fault = Fault::Answer(status, body);
+    fault.skipHandler = true;
+    fault.framing = kivosim::Framing::kUntilClose;  // the client knows the answer's end by the end of the connection
+    fault.onSent = [] { EXPECT_EQ(0, Tool({"logout", "--local", "--yes"}).exit); };
+    Cloud().QueueFault(path, fault);
+  }
 };
 
 TEST_F(ReportTest, TheDryRunTellsWhatIsSentThenAndAsksNobody) {
@@ -178,6 +186,39 @@ TEST_F(ReportTest, OtherVerbsRememberAForcedSignOutToo) {
     EXPECT_TRUE(Status()["signed_in"].asBool());
     EXPECT_TRUE(Status()["last_forced_sign_out"]["library_code"].isNull());
   }
+}
+
+TEST_F(ReportTest, ASignOutOnPurposeDuringAnOperationIsNoForcedOne) {
+  const std::string badauth = R"({"code":"badauth"})", good = R"({"code":"good"})";
+  const struct {
+    std::vector<std::string> verb;
+    const char* path;
+    int status;
+    std::string answer;
+    int exit;
+    const char* words;
+  } operations[] = {{{"report"}, kReportPath, 200, good, 0, "Reported as"},
+                    {{"report"}, kReportPath, 400, badauth, 4, "in the meantime"},
+                    {{"report"}, kReportPath, 503, "down", 5, "in the meantime"},
+                    {{"token"}, "oauth2/token", 401, "{}", 3, "in the meantime"},
+                    {{"account", "show", "--refresh"}, kQueryPath, 400, badauth, 3, "in the meantime"},
+                    {{"account", "password", "--password-stdin"}, "device/api/user/update", 200, "good", 0, "Changed"}};
+  for (const auto& operation : operations) {
+    SCOPED_TRACE(operation.verb[0] + operation.answer);
+    Forget();
+    SignIn(std::chrono::hours(operation.verb[0] == "token" ? 2 : 0));
+    SignOutWhileAsked(operation.path, operation.status, operation.answer);
+    const Result result = RunTool({operation.verb, std::string(kPassword) + "\nnew one\n"});
+    EXPECT_EQ(operation.exit, result.exit);
+    EXPECT_THAT(result.out + result.err, HasSubstr(operation.words));
+    ExpectHistory();
+    EXPECT_TRUE(Status()["last_forced_sign_out"]["library_code"].isNull());
+    EXPECT_EQ(1, Parse(Read(kHistory))["last_sign_out"]["count"].asInt());
+  }
+  SignIn();  // within the same second, perhaps
+  Cloud().QueueFault(kReportPath, Fault::Answer(400, badauth));
+  EXPECT_EQ(4, Tool({"report"}).exit);
+  EXPECT_EQ(14, Status()["last_forced_sign_out"]["library_code"].asInt());
 }
 
 TEST_F(ReportTest, AnAcceptedReportThatLeavesNoJobSaysSo) {

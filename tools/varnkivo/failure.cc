@@ -220,6 +220,12 @@ Failure UsageFailure(std::string cause, std::string run) {
 
 Failure NotSignedInFailure() { return Explain(KIVO_ERR_NO_ACCOUNT, {}); }
 
+Failure SignedOutMeanwhileFailure() {
+  Failure failure = NotSignedInFailure();
+  failure.cause = "Somebody signed this device out in the meantime.";
+  return failure;
+}
+
 Failure Explain(int code, const Situation& situation) {
   const Caller caller = situation.doing == Doing::kQuery ? Caller::kQuery : Caller::kOther;
   if (ExitFromLibrary(code, situation.text, caller) == kBusy) return Busy(code, situation);

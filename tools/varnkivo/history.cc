@@ -61,9 +61,18 @@ Json::Value Object(const Json::Value& parent, const char* name) {
 
 History FromJson(const Json::Value& document) {
   const Json::Value report = Object(document, "last_report"), out = Object(document, "last_forced_sign_out");
+  const Json::Value own = Object(document, "last_sign_out");
   const std::string email = out["email"].isString() ? out["email"].asString() : "";
   return {{Number(report["ended_epoch"]), Flag(report["accepted"]), Code(report["library_code"])},
-          {Number(out["noticed_epoch"]), Code(out["library_code"]), email, Flag(out["current"])}};
+          {Number(out["noticed_epoch"]), Code(out["library_code"]), email, Flag(out["current"])},
+          {Number(own["ended_epoch"]), Number(own["count"])}};
+}
+
+Json::Value OwnSignOutJson(const OwnSignOut& signOut) {
+  Json::Value out(Json::objectValue);
+  SetTime(out, "ended", signOut.time);
+  out["count"] = static_cast<Json::Int64>(signOut.count);
+  return out;
 }
 
 /// Gives a new lock its mode and owner. The folder is the account service's: what it may have put in the lock's place,
@@ -119,6 +128,7 @@ void Change(const std::function<void(History&)>& change) {
   Json::Value document = NewDocument();
   document["last_report"] = ReportJson(history.report);
   document["last_forced_sign_out"] = SignOutJson(history.signOut);
+  document["last_sign_out"] = OwnSignOutJson(history.ownSignOut);
   Replace(folder.Get(), OneLine(document) + "\n");
 }
 
@@ -147,14 +157,38 @@ void ChangeHistory(const std::function<void(History&)>& change, Voice voice) noe
   }
 }
 
-bool NoticeSignOut(const AccountState& before, int code, Voice voice) {
-  if (before.signIn != SignIn::kSignedIn || ReadAccountState().signIn == SignIn::kSignedIn) return false;
-  ChangeHistory([&](History& history) { history.signOut = {std::time(nullptr), code, before.email, true}; }, voice);
-  return true;
+Beginning Begin() {
+  const OwnSignOut ownSignOut =
+      ReadHistory().ownSignOut;  // first: one that comes between the two has emptied the record
+  return {ReadAccountState(), ownSignOut};
+}
+
+SignOut NoticeSignOut(const Beginning& before, int code, bool forcing, Voice voice) {
+  if (before.account.signIn != SignIn::kSignedIn || ReadAccountState().signIn == SignIn::kSignedIn)
+    return SignOut::kNone;
+  if (!forcing || !(ReadHistory().ownSignOut == before.ownSignOut)) return SignOut::kOther;
+  SignOut result = SignOut::kForced;
+  const auto note = [&](History& history) {
+    if (history.ownSignOut == before.ownSignOut)
+      history.signOut = {std::time(nullptr), code, before.account.email, true};
+    else
+      result = SignOut::kOther;  // it was written while this process waited for its turn
+  };
+  ChangeHistory(note, voice);
+  return result;
 }
 
 void EndSignOutNotice(Voice voice) noexcept {
   if (ReadHistory().signOut.current) ChangeHistory([](History& history) { history.signOut.current = false; }, voice);
+}
+
+void NoteOwnSignOut(const History& before, Voice voice) noexcept {
+  const auto note = [&](History& history) {
+    history.signOut = before.signOut;
+    history.signOut.current = false;
+    history.ownSignOut = {std::time(nullptr), history.ownSignOut.count + 1};
+  };
+  ChangeHistory(note, voice);
 }
 
 Json::Value ReportJson(const LastReport& report) {

@@ -48,21 +48,21 @@ void Print(const ReportOutcome& outcome, const AccountState& state, bool json) {
   }
   Json::Value document = NewDocument();
   document["result"] = KindName(outcome.kind);
-  document["email"] = TextOrNull(state.email);
+  document["email"] = TextOrNull(outcome.kind == Kind::kNobody ? "" : state.email);
   document["job"] = TextOrNull(ReadJobLine());
   PrintDocument(document);
 }
 
 Exit RunReport(const ReportOptions& options) {
-  const AccountState before = ReadAccountState();
+  const Beginning before = Begin();
   if (options.dryRun) {
-    PrintReportPlan(before, options.json);
-    if (!options.json) PrintHindrance(WhatHinders(before));
+    PrintReportPlan(before.account, options.json);
+    if (!options.json) PrintHindrance(WhatHinders(before.account));
     return kDone;
   }
   const ReportOutcome outcome = MakeReport(before, VoiceFor(options.json));
   if (const std::optional<Failure> failure = FailureOf(outcome)) throw *failure;
-  Print(outcome, before, options.json);
+  Print(outcome, before.account, options.json);
   return kDone;
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 Exit RunReportInfo() {
   try {
-    const ReportOutcome outcome = MakeReport(ReadAccountState(), Voice::kLog);
+    const ReportOutcome outcome = MakeReport(Begin(), Voice::kLog);
     const std::optional<Failure> failure = FailureOf(outcome);
     return failure ? failure->exit : kDone;
   } catch (const Failure& failure) {  // the record is out of reach; what fails in the report is logged there
