@@ -136,13 +136,20 @@ TEST_F(ToolTest, AMistakeInAChangeSendsNothingAndARefusalHasItsExitCode) {
   EXPECT_EQ(0u, Cloud().Connections());
 
   const std::vector<std::string> enrol = {"account", "register", "--email", "e@x", "--name", "E", "--password-stdin"};
+  std::vector<std::string> more = enrol;
+  more.insert(more.end(), {"--country", "FR", "--critical-release", "--enews", "--local-promotion"});
+  const std::string options =
+      " --email e@x --name E --country FR --critical-release --enews --local-promotion";  // of `more`, but the secret's
   const struct {
     const std::vector<std::string>& verb;
     const char* path;
     const char* answer;
     int exit;
     const char* cause;
-  } answers[] = {{enrol, kRegisterPath, "serial_exceed_max_account_register", 1, "as many accounts"},
+    std::string run = {};  // empty: whatever
+  } answers[] = {{more, kRegisterPath, "badnetwork", 5, "network failed", "varnkivo account register" + options},
+                 {enrol, kRegisterPath, "badparam", 1, "malformed", "varnkivo account register --help"},
+                 {enrol, kRegisterPath, "serial_exceed_max_account_register", 1, "as many accounts"},
                  {enrol, kRegisterPath, "badauth", 4, "device's token"},
                  {set, kUpdatePath, "badauth", 4, "no longer accepts"},
                  {set, kUpdatePath, "account_not_found", 4, "no longer exists"},
@@ -155,6 +162,9 @@ TEST_F(ToolTest, AMistakeInAChangeSendsNothingAndARefusalHasItsExitCode) {
     const Result result = RunTool({arguments, "a password\n"});
     EXPECT_EQ(answer.exit, result.exit);
     EXPECT_THAT(ErrorOf(result)["cause"].asString(), HasSubstr(answer.cause));
+    if (!answer.run.empty()) {
+      EXPECT_EQ(answer.run, ErrorOf(result)["run"].asString());
+    }
   }
 }
 

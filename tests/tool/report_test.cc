@@ -5,7 +5,9 @@
 #include <unistd.h>
 #include <varnkivo/user.h>
 
+#include <csignal>
 #include <filesystem>
+#include <functional>
 
 #include "tool_fixture.h"
 
@@ -18,6 +20,7 @@ using testing::Not;
 
 constexpr char kFolder[] = "/usr/varn/var/lib/varnkivo";
 constexpr char kHistory[] = "/usr/varn/var/lib/varnkivo/history.json";
+constexpr char kLock[] = "/usr/varn/var/lib/varnkivo/history.lock";
 constexpr char kTokenFile[] = "/usr/varn/etc/varnholt-account/private/lum_token.json";
 constexpr char kReportPath[] = "device/api/report", kLogoutPath[] = "device/api/logout";
 constexpr char kSettings[] = "/etc/varninfo.conf";
@@ -41,13 +44,23 @@ class ReportTest : public ToolTest {
     EXPECT_EQ("", CheckDocument("status", result.out));
     return Parse(result.out);
   }
-  /// There, whole, nobody else's to read, and no other file beside it.
+  /// There, whole, nobody else's to read, nor its lock, and no other file beside them.
   static void ExpectHistory() {
-    struct stat facts {};
-    ASSERT_EQ(0, stat(kHistory, &facts));
-    EXPECT_TRUE(facts.st_mode == 0100600 && facts.st_uid == 934 && facts.st_gid == 934);
+    for (const char* path : {kHistory, kLock}) {
+      struct stat facts {};
+      ASSERT_EQ(0, stat(path, &facts));
+      EXPECT_TRUE(facts.st_mode == 0100600 && facts.st_uid == 934 && facts.st_gid == 934) << path;
+    }
     EXPECT_EQ("", CheckDocument("history", Read(kHistory)));
-    EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(kFolder), {}));
+    EXPECT_EQ(2, std::distance(std::filesystem::directory_iterator(kFolder), {}));
+  }
+  /// Answers the next request there only once somebody has signed out on this device.
+  static void SignOutWhileAsked(const char* path, int status, const std::string& body) {
+    Fault fault = Fault::Answer(status, body);
+    fault.skipHandler = true;
+    fault.framing = kivosim::Framing::kUntilClose;  // the client knows the answer's end by the end of the connection
+    fault.onSent = [] { EXPECT_EQ(0, Tool({"logout", "--local", "--yes"}).exit); };
+    Cloud().QueueFault(path, fault);
   }
 };
 
@@ -101,6 +114,7 @@ TEST_F(ReportTest, EveryAnswerHasItsExitCodeAndIsRemembered) {
                  {Fault::Answer(503, "down"), 5, 4, false, "could not be reached"},
                  {Fault::Answer(200, "<html>"), 1, 2, false, "not JSON"},
                  {Fault::Answer(400, R"({"code":"badsys"})"), 7, 6, false, "badsys"},
+                 {Fault::Answer(400, R"({"code":"badparam"})"), 1, 1, false, "what the report says of this device"},
                  {Fault::Answer(400, R"({"code":"badauth"})"), 4, 14, true, "no longer accepts"},
                  {Fault::Answer(400, R"({"code":"account_not_found"})"), 4, 25, true, "no longer exists"}};
   for (const auto& answer : answers) {
@@ -160,27 +174,110 @@ TEST_F(ReportTest, OtherVerbsRememberAForcedSignOutToo) {
 
   Forget();  // a sign-out that the account centre does not take is none
   SignIn();
-  Cloud().QueueFault(kReportPath, Fault::Answer(400, R"({"code":"badauth"})"));
-  Cloud().TakeDown(kLogoutPath);
-  EXPECT_THAT(ErrorOf(Tool({"report", "--json"}))["device_next"].asString(), HasSubstr("could not sign itself out"));
-  EXPECT_TRUE(Status()["last_forced_sign_out"]["library_code"].isNull());
+  for (Fault refusal : {Fault::Unavailable(), Fault::Answer(400, R"({"code":"badauth"})")}) {
+    refusal.times = -1;
+    refusal.skipHandler = true;
+    Cloud().ClearFaults();
+    Cloud().QueueFault(kReportPath, Fault::Answer(400, R"({"code":"badauth"})"));
+    Cloud().QueueFault(kLogoutPath, refusal);
+    const Json::Value error = ErrorOf(Tool({"report", "--json"}));
+    EXPECT_THAT(error["device_next"].asString(), HasSubstr("stays signed in, and is refused again"));
+    EXPECT_EQ("varnkivo logout --local", error["run"].asString());
+    EXPECT_TRUE(Status()["signed_in"].asBool());
+    EXPECT_TRUE(Status()["last_forced_sign_out"]["library_code"].isNull());
+  }
+}
+
+TEST_F(ReportTest, ASignOutOnPurposeDuringAnOperationIsNoForcedOne) {
+  const std::string badauth = R"({"code":"badauth"})", good = R"({"code":"good"})";
+  const struct {
+    std::vector<std::string> verb;
+    const char* path;
+    int status;
+    std::string answer;
+    int exit;
+    const char* words;
+  } operations[] = {{{"report"}, kReportPath, 200, good, 0, "Reported as"},
+                    {{"report"}, kReportPath, 400, badauth, 4, "in the meantime"},
+                    {{"report"}, kReportPath, 503, "down", 5, "in the meantime"},
+                    {{"token"}, "oauth2/token", 401, "{}", 3, "in the meantime"},
+                    {{"account", "show", "--refresh"}, kQueryPath, 400, badauth, 3, "in the meantime"},
+                    {{"account", "password", "--password-stdin"}, "device/api/user/update", 200, "good", 0, "Changed"}};
+  for (const auto& operation : operations) {
+    SCOPED_TRACE(operation.verb[0] + operation.answer);
+    Forget();
+    SignIn(std::chrono::hours(operation.verb[0] == "token" ? 2 : 0));
+    SignOutWhileAsked(operation.path, operation.status, operation.answer);
+    const Result result = RunTool({operation.verb, std::string(kPassword) + "\nnew one\n"});
+    EXPECT_EQ(operation.exit, result.exit);
+    EXPECT_THAT(result.out + result.err, HasSubstr(operation.words));
+    ExpectHistory();
+    EXPECT_TRUE(Status()["last_forced_sign_out"]["library_code"].isNull());
+    EXPECT_EQ(1, Parse(Read(kHistory))["last_sign_out"]["count"].asInt());
+  }
+  SignIn();  // within the same second, perhaps
+  Cloud().QueueFault(kReportPath, Fault::Answer(400, badauth));
+  EXPECT_EQ(4, Tool({"report"}).exit);
+  EXPECT_EQ(14, Status()["last_forced_sign_out"]["library_code"].asInt());
+}
+
+TEST_F(ReportTest, AnAcceptedReportThatLeavesNoJobSaysSo) {
+  const struct {
+    const char *schedule, *note, *job;
+  } schedules[] = {
+      {"5 5 * * *", "", "/etc/cron.d/kivo: 5 5 * * *"},
+      {"@weekly", "the schedule \"@weekly\" cannot be used", "none: the schedule \"@weekly\" cannot be used"},
+      {"5 5 * * * x", "the schedule \"5 5 * * * x\" cannot be used", "\"5 5 * * * x\" cannot be used"},
+      {"99 9 * * *", "the schedule \"99 9 * * *\" could not be written", "/etc/cron.d/kivo (none)"}};
+  for (const auto& row : schedules) {
+    SCOPED_TRACE(row.schedule);
+    SignIn();
+    const std::string answer = std::string(R"({"code":"good","report_cron_timestring":")") + row.schedule + "\"}";
+    for (int i = 0; i < 2; ++i) Cloud().QueueFault(kReportPath, Fault::Answer(200, answer));
+    const Result text = Tool({"report"}), json = Tool({"report", "--json"});
+    EXPECT_EQ(0, text.exit + json.exit);
+    EXPECT_EQ("", CheckDocument("report", json.out));
+    EXPECT_EQ("", json.err);
+    EXPECT_THAT(text.err, HasSubstr(row.note));
+    const bool made = *row.note == '\0';
+    EXPECT_EQ(made, text.err.empty()) << text.err;
+    EXPECT_EQ(made, Parse(json.out)["job"].asString().rfind(row.schedule, 0) == 0);
+    EXPECT_NE(made, Parse(json.out)["job"].isNull());
+    EXPECT_THAT(Tool({"status"}).out, HasSubstr(row.job));
+  }
+  Write(kSettings, "kivo_disable_report=\"yes\"\n");
+  EXPECT_THAT(Tool({"status"}).out, HasSubstr("/etc/cron.d/kivo (none)"));
+}
+
+TEST_F(ReportTest, TheScheduledRunIsSilentAlsoWhenASignalEndsIt) {
+  SignIn();
+  Cloud().QueueFault(kReportPath, Fault::NeverAnswer());
+  ToolProcess run({{"--report_info"}});
+  while (Cloud().Requests(kReportPath).empty()) usleep(1000);
+  run.Signal(SIGTERM);
+  const Result result = run.Wait();
+  EXPECT_EQ(130, result.exit);
+  EXPECT_EQ("", result.out + result.err);
 }
 
 TEST_F(ReportTest, WritersTakeTurnsAndKeepEachOthersPart) {
   SignIn();
   const int folder = open(kFolder, O_RDONLY | O_CLOEXEC);
-  ASSERT_EQ(0, flock(folder, LOCK_EX));
+  ASSERT_EQ(0, flock(folder, LOCK_EX));  // as anybody can
+  EXPECT_EQ("", Tool({"report"}).err);
+  const int lock = open(kLock, O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(0, flock(lock, LOCK_EX));
   ToolProcess report({{"report"}});
   const std::filesystem::path process = "/proc/" + std::to_string(report.Pid());
   std::error_code ended;
   while (std::filesystem::read_symlink(process / "exe", ended).filename() != "varnkivo") usleep(1000);  // still a fork
   for (bool waits = false; !waits && !std::filesystem::read_symlink(process / "exe", ended).empty();) {
     for (const auto& file : std::filesystem::directory_iterator(process / "fd", ended)) {
-      waits |= std::filesystem::read_symlink(file, ended) == kFolder;
+      waits |= std::filesystem::read_symlink(file, ended) == kLock;
     }
   }
   Write(kHistory, R"({"last_forced_sign_out":{"noticed_epoch":1000000000,"library_code":25,"current":true}})");
-  close(folder);
+  close(lock), close(folder);
   EXPECT_EQ("", report.Wait().err);
   EXPECT_TRUE(Status()["last_report"]["accepted"].asBool());
   EXPECT_EQ(25, Status()["last_forced_sign_out"]["library_code"].asInt());
@@ -198,6 +295,22 @@ TEST_F(ReportTest, ABrokenHistoryIsReplacedAndOneThatCannotBeWrittenChangesNoExi
     EXPECT_EQ(0, Tool({"report"}).exit);
     ExpectHistory();
   }
+  const std::string foreign = "/usr/varn/tool_test_foreign";
+  Write(foreign, "", 0644);
+  const std::function<void()> traps[] = {[&] { std::filesystem::create_symlink(foreign, kLock); },
+                                         [&] { std::filesystem::create_hard_link(foreign, kLock); },
+                                         [] { EXPECT_EQ(0, mkfifo(kLock, 0600)); }};
+  for (const auto& trap : traps) {
+    struct stat facts {};
+    std::filesystem::remove(kLock);
+    trap();
+    const Result trapped = Tool({"report"});
+    EXPECT_EQ(0, trapped.exit);
+    EXPECT_THAT(trapped.err, HasSubstr("history.json could not be written"));
+    ASSERT_EQ(0, stat(foreign.c_str(), &facts));
+    EXPECT_TRUE(facts.st_uid == 0 && facts.st_mode == 0100644);
+  }
+  std::filesystem::remove(foreign);
   std::filesystem::remove_all(kFolder);
   const Result text = Tool({"report"}), json = Tool({"report", "--json"}), scheduled = Tool({"--report_info"});
   EXPECT_EQ(0, text.exit + json.exit + scheduled.exit);

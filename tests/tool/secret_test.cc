@@ -30,7 +30,7 @@ TEST_F(ToolTest, APasswordArrivesByteForByteWithoutItsLastNewlineOrNotAtAll) {
                 {"", "", "nothing"},
                 {"\n", "", "nothing"},
                 {"two\nlines\n", "", "more than one line"},
-                {std::string("nul\0byte", 8), "", "more than one line"},
+                {std::string("nul\0byte", 8), "", "NUL byte"},
                 {std::string(4096, 'x'), "", "more than 4095 bytes"}};
   for (const auto& input : inputs) {
     Cloud().ClearJournal();

@@ -38,7 +38,8 @@ void ReadPasswords(const PasswordOptions& options, Secret& current, Secret& want
   }
 }
 
-void Change(const PasswordOptions& options) {
+/// True when the profile was asked for afterwards and that found no sign-in.
+bool Change(const PasswordOptions& options) {
   Secret current, wanted;
   ReadPasswords(options, current, wanted);
   int result = -1, code = 0;
@@ -50,13 +51,15 @@ void Change(const PasswordOptions& options) {
     code = VARNKIVOErrGet();
   }
   if (result != 0) throw Explain(code, {Situation::Doing::kChangeWithPassword, kAgain, "", ""});
+  return code == KIVO_ERR_NO_ACCOUNT;
 }
 
 Exit RunPassword(const PasswordOptions& options) {
-  const AccountState before = ReadAccountState();
+  const Beginning beginning = Begin();
+  const AccountState& before = beginning.account;
   if (before.signIn != SignIn::kSignedIn) throw NotSignedInFailure();
-  Change(options);
-  if (NoticeSignOut(before, KIVO_ERR_NO_ACCOUNT, VoiceFor(options.json))) {
+  const bool queryFoundNobody = Change(options);
+  if (NoticeSignOut(beginning, KIVO_ERR_NO_ACCOUNT, queryFoundNobody, VoiceFor(options.json)) == SignOut::kForced) {
     Failure failure = NotSignedInFailure();
     failure.cause = "The password was changed, and then this device's sign-in was refused: it has been signed out.";
     throw failure;

@@ -23,12 +23,15 @@ struct RegisterOptions {
   bool criticalRelease = false, enews = false, localPromotion = false, secretFromStdin = false, json = false;
 
   std::string LogIn() const { return "varnkivo login --email " + ShellWord(email); }
+  std::string Again() const {
+    return "varnkivo account register --email " + ShellWord(email) + " --name " + ShellWord(name) +
+           (country ? " --country " + ShellWord(*country) : "") + (criticalRelease ? " --critical-release" : "") +
+           (enews ? " --enews" : "") + (localPromotion ? " --local-promotion" : "");
+  }
 };
 
 Failure RegisterFailure(int code, const RegisterOptions& options) {
-  const std::string again =
-      "varnkivo account register --email " + ShellWord(options.email) + " --name " + ShellWord(options.name);
-  Failure failure = Explain(code, {Situation::Doing::kRegister, again, "", ""});
+  Failure failure = Explain(code, {Situation::Doing::kRegister, options.Again(), "", ""});
   if (code == KIVO_ERR_ACCOUNT_IN_USE) {
     failure.cause =
         "An account with this e-mail address exists already; where this command broke off before, it may be from then.";

@@ -27,7 +27,8 @@ struct ShowOptions {
 };
 
 /// Asks the account centre. True when it really was asked; a profile younger than 5 minutes is not asked for.
-bool Refresh(const AccountState& before, bool json) {
+bool Refresh(const Beginning& beginning, bool json) {
+  const AccountState& before = beginning.account;
   if (before.signIn != SignIn::kSignedIn) return false;  // the caller prints the empty document first
   Json::Value profile;  // what is printed is read from the record, which has all of this and more
   int result = -1, code = 0;
@@ -38,7 +39,8 @@ bool Refresh(const AccountState& before, bool json) {
     code = VARNKIVOErrGet();
   }
   if (result == 0) return ReadAccountState().lastQuery != before.lastQuery;
-  if (code == KIVO_ERR_NO_ACCOUNT) NoticeSignOut(before, code, VoiceFor(json));
+  const SignOut signOut = NoticeSignOut(beginning, code, code == KIVO_ERR_NO_ACCOUNT, VoiceFor(json));
+  if (signOut == SignOut::kOther) throw SignedOutMeanwhileFailure();
   Situation situation;
   situation.doing = Situation::Doing::kQuery;
   situation.again = kAgain;
@@ -112,7 +114,7 @@ void PrintText(const Json::Value& document, std::int64_t lastQuery, std::int64_t
 }
 
 Exit RunShow(const ShowOptions& options) {
-  const bool refreshed = options.refresh && Refresh(ReadAccountState(), options.json);
+  const bool refreshed = options.refresh && Refresh(Begin(), options.json);
   const AccountState state = ReadAccountState();
   const bool signedIn = state.signIn == SignIn::kSignedIn;
   const Json::Value document = WithRecord([&] { return ToDocument(state, refreshed, options.showSecrets); });

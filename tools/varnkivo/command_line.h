@@ -16,6 +16,7 @@ struct Invocation {
   bool json = false;
   std::vector<std::string> program;  ///< every word after the first "--", as it came
   bool takesProgram = false;         ///< set by the verb that wants them
+  bool silent = false;               ///< set by the verb that prints nothing, not even when it is interrupted
   std::function<Exit()> run;
 };
 

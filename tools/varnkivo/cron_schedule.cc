@@ -86,6 +86,15 @@ std::int64_t RunWithin(const Schedule& schedule, const std::tm& midnight, std::i
 
 }  // namespace
 
+bool HasFiveFields(const std::string& schedule) {
+  if (schedule.find_first_not_of("0123456789*,/~- \t") != std::string::npos) return false;
+  std::istringstream fields(schedule);
+  std::string field;
+  int count = 0;
+  while (fields >> field) ++count;
+  return count == 5;
+}
+
 std::int64_t NextRun(const std::string& line, std::int64_t now) {
   const auto schedule = Parse(line);
   const std::time_t start = now;

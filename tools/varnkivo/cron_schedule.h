@@ -10,4 +10,7 @@ namespace kivotool {
 /// five fields are not numbers, "*", lists, ranges and steps, or it does not run within a year.
 std::int64_t NextRun(const std::string& line, std::int64_t now);
 
+/// Whether `schedule` looks like one: five fields of digits and "*,/~-".
+bool HasFiveFields(const std::string& schedule);
+
 }  // namespace kivotool

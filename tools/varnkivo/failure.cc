@@ -132,8 +132,18 @@ void SharpenRefusal(Failure& failure, int code, const Situation& situation) {
   }
 }
 
+/// Of a report nothing comes from the command line, of a registration everything.
+void SharpenMalformed(Failure& failure, const Situation& situation) {
+  if (situation.doing == Doing::kRegister) failure.run = "varnkivo account register --help";
+  if (situation.doing == Doing::kChange) failure.run = "varnkivo account set --help";
+  if (situation.doing != Doing::kReport) return;
+  failure.cause = "The account centre refused what the report says of this device as malformed.";
+  failure.run = "varnkivo report --dry-run";
+}
+
 /// The time zone is the one step that leaves no code of its own.
 void SharpenReportOrChange(Failure& failure, int code, const Situation& situation) {
+  if (code == KIVO_ERR_BAD_PARAM) SharpenMalformed(failure, situation);
   if (code == KIVO_ERR_AUTH || code == KIVO_ERR_ACCOUNT_NOT_FOUND) SharpenRefusal(failure, code, situation);
   if (code == KIVO_ERR_SUCCESS) failure.cause = "The device's time zone could not be read.";
   if (code == KIVO_ERR_TOKEN) failure.cause = "The device token could not be made.";
@@ -209,6 +219,12 @@ Failure UsageFailure(std::string cause, std::string run) {
 }
 
 Failure NotSignedInFailure() { return Explain(KIVO_ERR_NO_ACCOUNT, {}); }
+
+Failure SignedOutMeanwhileFailure() {
+  Failure failure = NotSignedInFailure();
+  failure.cause = "Somebody signed this device out in the meantime.";
+  return failure;
+}
 
 Failure Explain(int code, const Situation& situation) {
   const Caller caller = situation.doing == Doing::kQuery ? Caller::kQuery : Caller::kOther;

@@ -24,6 +24,8 @@ struct Failure {
 Failure UsageFailure(std::string cause, std::string run);
 /// Nobody is signed in, or only half the record is there.
 Failure NotSignedInFailure();
+/// Somebody signed this device out while it was at work.
+Failure SignedOutMeanwhileFailure();
 
 /// What was going on when a library call failed.
 struct Situation {

@@ -34,17 +34,30 @@ Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error
   return Explain(error.GetCode(), {Situation::Doing::kPackageToken, wish.again, error.what(), ""});
 }
 
+/// Whether the library fails so when the account centre has ended the sign-in; a lock that is held is no answer of it.
+bool CanMeanSignOut(const varnkivo::KivoException& error) {
+  const int code = error.GetCode();
+  if (ExitFromLibrary(code, error.what(), Caller::kOther) == kBusy) return false;
+  return code == KIVO_ERR_NO_ACCOUNT || code == KIVO_ERR_AUTH || code == KIVO_ERR_TOKEN;
+}
+
 /// The sign-in may have ended in the middle: the library signs the device out when nothing can rescue the token.
-Failure TokenFailure(const TokenWish& wish, const varnkivo::KivoException& error, const AccountState& before,
+Failure TokenFailure(const TokenWish& wish, const varnkivo::KivoException& error, const Beginning& before,
                      Voice voice) {
-  if (NoticeSignOut(before, error.GetCode(), voice)) {
+  const SignOut signOut = NoticeSignOut(before, error.GetCode(), CanMeanSignOut(error), voice);
+  if (signOut == SignOut::kOther) {
+    Failure failure = SignedOutMeanwhileFailure();
+    failure.libraryCode = error.GetCode();
+    return failure;
+  }
+  if (signOut == SignOut::kForced) {
     Failure failure = NotSignedInFailure();
     failure.libraryCode = error.GetCode();
     failure.cause = "The account centre no longer accepts this device: it has been signed out.";
     return failure;
   }
   const Failure failure = PlainFailure(wish, error);
-  if (before.signIn == SignIn::kSignedIn || failure.exit != kNotSignedIn) return failure;
+  if (before.account.signIn == SignIn::kSignedIn || failure.exit != kNotSignedIn) return failure;
   Failure signedOut = NotSignedInFailure();
   signedOut.libraryCode = error.GetCode();
   return signedOut;
@@ -107,7 +120,7 @@ FetchedToken AskForPackage(const TokenWish& wish) {
 }  // namespace
 
 FetchedToken FetchToken(const TokenWish& wish, bool quiet) {
-  const AccountState before = ReadAccountState();
+  const Beginning before = Begin();
   try {
     const Spinner spinner("Asking for a token", wish.ofPackage ? kPackageSeconds : kSeconds, !quiet);
     FetchedToken token =

@@ -1,6 +1,7 @@
 // Keeps the history file: one JSON document, 0600 and the account service's own, replaced as a whole. Touches nothing
-// else. The lock is on the folder, since the file itself is another one after each change; the new file's name is
-// fixed, so that what a killed process leaves is cleared by the next one.
+// else. The lock is on a file beside it: the history itself is another file after each change, and the folder can be
+// opened, and so be locked, by everybody. The new file's name is fixed, so that what a killed process leaves is cleared
+// by the next one.
 #include "history.h"
 
 #include <fcntl.h>
@@ -27,6 +28,7 @@ namespace {
 constexpr char kFolder[] = "/usr/varn/var/lib/varnkivo";
 constexpr char kName[] = "history.json";
 constexpr char kNewName[] = "history.json.new";
+constexpr char kLockName[] = "history.lock";
 constexpr std::size_t kLongest = 65536;
 constexpr std::chrono::seconds kPatience(5);
 
@@ -59,14 +61,35 @@ Json::Value Object(const Json::Value& parent, const char* name) {
 
 History FromJson(const Json::Value& document) {
   const Json::Value report = Object(document, "last_report"), out = Object(document, "last_forced_sign_out");
+  const Json::Value own = Object(document, "last_sign_out");
   const std::string email = out["email"].isString() ? out["email"].asString() : "";
   return {{Number(report["ended_epoch"]), Flag(report["accepted"]), Code(report["library_code"])},
-          {Number(out["noticed_epoch"]), Code(out["library_code"]), email, Flag(out["current"])}};
+          {Number(out["noticed_epoch"]), Code(out["library_code"]), email, Flag(out["current"])},
+          {Number(own["ended_epoch"]), Number(own["count"])}};
 }
 
-void Lock(int folder) {
+Json::Value OwnSignOutJson(const OwnSignOut& signOut) {
+  Json::Value out(Json::objectValue);
+  SetTime(out, "ended", signOut.time);
+  out["count"] = static_cast<Json::Int64>(signOut.count);
+  return out;
+}
+
+/// Gives a new lock its mode and owner. The folder is the account service's: what it may have put in the lock's place,
+/// somebody else's file among it, gets neither.
+void Claim(int lock) {
+  struct stat facts {};
+  if (fstat(lock, &facts) != 0) Fail("look at the lock");
+  errno = EINVAL;
+  if (!S_ISREG(facts.st_mode) || facts.st_nlink != 1 || facts.st_size != 0) Fail("no lock of this tool");
+  if ((facts.st_mode & 07777) != 0600 && fchmod(lock, 0600) != 0) Fail("set the lock's mode");
+  const bool theirs = facts.st_uid == kAccountId && facts.st_gid == kAccountId;
+  if (!theirs && fchown(lock, kAccountId, kAccountId) != 0) Fail("set the lock's owner");
+}
+
+void Lock(int lock) {
   const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (flock(folder, LOCK_EX | LOCK_NB) != 0) {
+  while (flock(lock, LOCK_EX | LOCK_NB) != 0) {
     if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > end) Fail("lock");
     usleep(20000);
   }
@@ -95,12 +118,17 @@ void Replace(int folder, const std::string& text) {
 void Change(const std::function<void(History&)>& change) {
   const Descriptor folder(open(kFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder.Get() < 0) Fail("open the folder");
-  Lock(folder.Get());
+  const Descriptor lock(
+      openat(folder.Get(), kLockName, O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+  if (lock.Get() < 0) Fail("open the lock");
+  Claim(lock.Get());
+  Lock(lock.Get());
   History history = ReadHistory();
   change(history);
   Json::Value document = NewDocument();
   document["last_report"] = ReportJson(history.report);
   document["last_forced_sign_out"] = SignOutJson(history.signOut);
+  document["last_sign_out"] = OwnSignOutJson(history.ownSignOut);
   Replace(folder.Get(), OneLine(document) + "\n");
 }
 
@@ -129,14 +157,38 @@ void ChangeHistory(const std::function<void(History&)>& change, Voice voice) noe
   }
 }
 
-bool NoticeSignOut(const AccountState& before, int code, Voice voice) {
-  if (before.signIn != SignIn::kSignedIn || ReadAccountState().signIn == SignIn::kSignedIn) return false;
-  ChangeHistory([&](History& history) { history.signOut = {std::time(nullptr), code, before.email, true}; }, voice);
-  return true;
+Beginning Begin() {
+  const OwnSignOut ownSignOut =
+      ReadHistory().ownSignOut;  // first: one that comes between the two has emptied the record
+  return {ReadAccountState(), ownSignOut};
+}
+
+SignOut NoticeSignOut(const Beginning& before, int code, bool forcing, Voice voice) {
+  if (before.account.signIn != SignIn::kSignedIn || ReadAccountState().signIn == SignIn::kSignedIn)
+    return SignOut::kNone;
+  if (!forcing || !(ReadHistory().ownSignOut == before.ownSignOut)) return SignOut::kOther;
+  SignOut result = SignOut::kForced;
+  const auto note = [&](History& history) {
+    if (history.ownSignOut == before.ownSignOut)
+      history.signOut = {std::time(nullptr), code, before.account.email, true};
+    else
+      result = SignOut::kOther;  // it was written while this process waited for its turn
+  };
+  ChangeHistory(note, voice);
+  return result;
 }
 
 void EndSignOutNotice(Voice voice) noexcept {
   if (ReadHistory().signOut.current) ChangeHistory([](History& history) { history.signOut.current = false; }, voice);
+}
+
+void NoteOwnSignOut(const History& before, Voice voice) noexcept {
+  const auto note = [&](History& history) {
+    history.signOut = before.signOut;
+    history.signOut.current = false;
+    history.ownSignOut = {std::time(nullptr), history.ownSignOut.count + 1};
+  };
+  ChangeHistory(note, voice);
 }
 
 Json::Value ReportJson(const LastReport& report) {

@@ -33,7 +33,7 @@ extern "C" void Interrupted(int) {
     waitpid(gDrawing, nullptr, 0);
     if (write(STDERR_FILENO, "\r\033[K", 4) < 0) _exit(kInterrupted);
   }
-  if (write(STDERR_FILENO, gMessage.data(), gMessage.size()) < 0) _exit(kInterrupted);
+  if (!gMessage.empty() && write(STDERR_FILENO, gMessage.data(), gMessage.size()) < 0) _exit(kInterrupted);
   _exit(kInterrupted);
 }
 

@@ -9,7 +9,7 @@
 
 namespace kivotool {
 
-/// Installs the handlers. `message` is what stderr shows on a signal.
+/// Installs the handlers. `message` is what stderr shows on a signal; empty: nothing.
 void CatchInterrupts(const std::string& message);
 
 /// While one is alive the echo of `terminal` is off. A signal, too, turns it on again.

@@ -140,10 +140,11 @@ std::string ProfileNote(const AccountState& before, const AccountState& state) {
 }
 
 /// What the record says now, compared with what it said `before`.
-Outcome SignedIn(const LoginOptions& options, const AccountState& before) {
+Outcome SignedIn(const LoginOptions& options, const Beginning& beginning) {
+  const AccountState& before = beginning.account;
   const AccountState state = ReadAccountState();
   if (state.signIn != SignIn::kSignedIn) {
-    NoticeSignOut(before, KIVO_ERR_NO_ACCOUNT, VoiceFor(options.json));
+    NoticeSignOut(beginning, KIVO_ERR_NO_ACCOUNT, true, VoiceFor(options.json));
     throw Failure{kRefused,
                   std::nullopt,
                   "The account centre gave a sign-in and refused it again a moment later.",
@@ -181,7 +182,8 @@ void Print(const Outcome& outcome, bool json) {
 
 Exit RunLogin(const LoginOptions& options) {
   CheckOptions(options);
-  const AccountState before = options.verifyOnly ? AccountState() : ReadAccountState();
+  const Beginning beginning = options.verifyOnly ? Beginning() : Begin();
+  const AccountState& before = beginning.account;
   RefuseIfAlready(options, before);
   if (options.key && before.signIn == SignIn::kSignedIn) {
     Confirm("Somebody is signed in (" + (before.email.empty() ? "user " + before.userId : before.email) +
@@ -193,7 +195,7 @@ Exit RunLogin(const LoginOptions& options) {
     SignInByBrowser(options.json);
   else
     response = CallLibrary(options);
-  const Outcome outcome = options.verifyOnly ? Verified(options, response) : SignedIn(options, before);
+  const Outcome outcome = options.verifyOnly ? Verified(options, response) : SignedIn(options, beginning);
   if (!options.verifyOnly) EndSignOutNotice(VoiceFor(options.json));
   Print(outcome, options.json);
   return kDone;

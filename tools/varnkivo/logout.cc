@@ -82,6 +82,7 @@ void RequireNothingLeft() {
 
 Exit RunLogout(const LogoutOptions& options) {
   const AccountState before = ReadAccountState();
+  const History history = ReadHistory();
   const bool already = before.signIn == SignIn::kSignedOut;
   if (already && options.strict)
     throw Failure{kAlready, std::nullopt, "Nobody is signed in.", Retry::kNo, "Nothing.", "varnkivo status"};
@@ -98,7 +99,7 @@ Exit RunLogout(const LogoutOptions& options) {
   } catch (const std::bad_cast&) {  // a token whose lifetime is no number
     throw LogoutFailure(KIVO_ERR_TOKEN, "", options);
   }
-  if (!already) EndSignOutNotice(VoiceFor(options.json));
+  if (!already) NoteOwnSignOut(history, VoiceFor(options.json));
   RequireNothingLeft();
   Print(options, before, already);
   return kDone;

@@ -70,7 +70,8 @@ Exit Run(int own, int argc, char** argv, bool json) {
   if (!call.run) throw kivotool::UsageFailure("No verb was given.", "varnkivo --help");
   if (own < argc && !call.takesProgram)
     throw kivotool::UsageFailure("\"--\" is not expected here: this verb runs no program.", "varnkivo exec --help");
-  kivotool::CatchInterrupts(json ? kivotool::ToJsonLine(InterruptedFailure()) + "\n" : "varnkivo: interrupted\n");
+  const std::string last = json ? kivotool::ToJsonLine(InterruptedFailure()) + "\n" : "varnkivo: interrupted\n";
+  kivotool::CatchInterrupts(call.silent ? "" : last);
   return call.run();
 }
 

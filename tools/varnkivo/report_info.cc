@@ -1,8 +1,9 @@
 // `--report_info`: what the scheduled job runs. The option, alone and spelt like this, is fixed by jobs already saved
-// on devices. Prints nothing on either stream, since cron mails what its jobs print: the exit code, the log and the
-// history file tell what came of it.
+// on devices. Prints nothing on either stream, whatever happens, since cron mails what its jobs print: the exit code,
+// the log and the history file tell what came of it.
 #include <syslog.h>
 
+#include <exception>
 #include <memory>
 
 #include "command_line.h"
@@ -13,12 +14,15 @@ namespace {
 
 Exit RunReportInfo() {
   try {
-    const ReportOutcome outcome = MakeReport(ReadAccountState(), Voice::kLog);
+    const ReportOutcome outcome = MakeReport(Begin(), Voice::kLog);
     const std::optional<Failure> failure = FailureOf(outcome);
     return failure ? failure->exit : kDone;
   } catch (const Failure& failure) {  // the record is out of reach; what fails in the report is logged there
     syslog(LOG_ERR, "report_info:%d %s", __LINE__, failure.cause.c_str());
     return failure.exit;
+  } catch (const std::exception& error) {
+    syslog(LOG_ERR, "report_info:%d Unexpected: %s", __LINE__, error.what());
+    return kFailed;
   }
 }
 
@@ -30,6 +34,7 @@ void AddReportInfo(CLI::App& app, Invocation& call) {
   app.callback([wanted, &app, &call] {
     if (!*wanted) return;
     if (!app.get_subcommands().empty()) throw CLI::ValidationError("--report_info stands alone");
+    call.silent = true;
     call.run = RunReportInfo;
   });
 }

@@ -83,11 +83,16 @@ Plan Make(const AccountState& state) {
   if (plan.kind != Kind::kAccepted) return plan;
   plan.schedule = varnkivo::User().GetReportCronTimestring();
   plan.fields = Fields(state);
-  plan.files = {
-      {kJobPath, "written anew when the report is accepted, removed when it is refused"},
-      {kRecordPath, "changed when the answer brings another schedule, removed when the report is refused"},
-      {TokenPath("lum"), "renewed when the token is missing or has expired, removed when the report is refused"},
-      {kHistoryPath, "written in any case"}};
+  plan.files = {{kJobPath,
+                 "written anew when the report is accepted; removed when it is refused, if the account centre takes "
+                 "the sign-out"},
+                {kRecordPath,
+                 "changed when the answer brings another schedule; removed when the report is refused, if the account "
+                 "centre takes the sign-out"},
+                {TokenPath("lum"),
+                 "renewed when the token is missing or has expired; removed when the report is refused, if the account "
+                 "centre takes the sign-out"},
+                {kHistoryPath, "written in any case"}};
   return plan;
 }
 

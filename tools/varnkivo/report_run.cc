@@ -5,9 +5,11 @@
 #include <varn/platform.h>
 #include <varnkivo/varnkivo.h>
 
+#include <cstring>
 #include <ctime>
 
 #include "spinner.h"
+#include "token_state.h"
 
 namespace kivotool {
 namespace {
@@ -24,6 +26,23 @@ void Remember(const ReportOutcome& outcome, std::int64_t started, Voice voice) {
         if (outcome.kind == Kind::kAccepted && history.signOut.time < started) history.signOut.current = false;
       },
       voice);
+}
+
+/// Whether the report, once accepted, asks for another token; only that can sign the device out then.
+bool TokenIsDue() {
+  return std::strcmp(TokenStateName(ReadTokenState(kDeviceClient), std::time(nullptr)), "valid") != 0;
+}
+
+bool CanMeanSignOut(const ReportOutcome& outcome, bool tokenWasDue) {
+  if (outcome.kind == Kind::kAccepted) return tokenWasDue;
+  return outcome.code == KIVO_ERR_AUTH || outcome.code == KIVO_ERR_ACCOUNT_NOT_FOUND;
+}
+
+Kind Send() {
+  VARNKIVOErrSet(KIVO_ERR_SUCCESS);
+  if (VARNKIVOReportInfo() != 0) return Kind::kFailed;
+  // Well ended, with this code: somebody signed out before anything was sent.
+  return VARNKIVOErrGet() == KIVO_ERR_NO_ACCOUNT ? Kind::kNobody : Kind::kAccepted;
 }
 
 }  // namespace
@@ -48,23 +67,26 @@ const char* KindName(Kind kind) {
   return "failed";
 }
 
-ReportOutcome MakeReport(const AccountState& before, Voice voice) {
-  ReportOutcome outcome{WhatHinders(before), KIVO_ERR_SUCCESS, false};
+ReportOutcome MakeReport(const Beginning& before, Voice voice) {
+  ReportOutcome outcome{WhatHinders(before.account), KIVO_ERR_SUCCESS, SignOut::kNone};
   if (outcome.kind != Kind::kAccepted) return outcome;
   const std::int64_t started = std::time(nullptr);
+  const bool tokenWasDue = TokenIsDue();
   {
     const Spinner spinner("Reporting", kSeconds, voice == Voice::kStderr);
-    VARNKIVOErrSet(KIVO_ERR_SUCCESS);
-    if (VARNKIVOReportInfo() != 0) outcome = {Kind::kFailed, VARNKIVOErrGet(), false};
+    outcome.kind = Send();
   }
-  Remember(outcome, started, voice);
+  if (outcome.kind == Kind::kNobody) return outcome;
   const bool accepted = outcome.kind == Kind::kAccepted;
-  outcome.signedOut = NoticeSignOut(before, accepted ? KIVO_ERR_TOKEN : outcome.code, voice);
+  if (!accepted) outcome.code = VARNKIVOErrGet();
+  Remember(outcome, started, voice);
+  const int code = accepted ? KIVO_ERR_TOKEN : outcome.code;
+  outcome.signOut = NoticeSignOut(before, code, CanMeanSignOut(outcome, tokenWasDue), voice);
   return outcome;
 }
 
 std::optional<Failure> FailureOf(const ReportOutcome& outcome) {
-  if (outcome.kind == Kind::kAccepted && outcome.signedOut) {
+  if (outcome.kind == Kind::kAccepted && outcome.signOut == SignOut::kForced) {
     Failure failure = NotSignedInFailure();
     failure.libraryCode = KIVO_ERR_TOKEN;
     failure.cause = "The report was accepted, but the device's token was refused: it has been signed out.";
@@ -72,11 +94,15 @@ std::optional<Failure> FailureOf(const ReportOutcome& outcome) {
   }
   if (outcome.kind != Kind::kFailed) return std::nullopt;
   Failure failure = Explain(outcome.code, {Situation::Doing::kReport, "varnkivo report", "", ""});
-  if (outcome.signedOut) {
+  if (outcome.signOut == SignOut::kForced) {
     failure.deviceNext = "It has been signed out, and stays so until someone signs in.";
-  } else if (failure.exit == kRefused) {
-    failure.deviceNext = "It could not sign itself out, and tries again with the next report.";
-    failure.run = "varnkivo logout";
+  } else if (outcome.signOut == SignOut::kOther) {
+    failure.deviceNext = "Somebody signed it out in the meantime; it reports nothing until someone signs in.";
+    failure.retry = Retry::kNo;
+    failure.run = "varnkivo login";
+  } else if (failure.exit == kRefused) {  // the account centre refused the sign-out too, or could not be reached
+    failure.deviceNext = "It stays signed in, and is refused again with each report.";
+    failure.run = "varnkivo logout --local";
   }
   return failure;
 }

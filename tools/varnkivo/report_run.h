@@ -11,8 +11,8 @@ namespace kivotool {
 
 struct ReportOutcome {
   enum class Kind { kAccepted, kNobody, kSwitchedOff, kFailed } kind = Kind::kNobody;
-  int code = 0;            ///< the library's, of a report that failed
-  bool signedOut = false;  ///< who was signed in before no longer is
+  int code = 0;  ///< the library's, of a report that failed
+  SignOut signOut = SignOut::kNone;
 };
 
 /// Why no report would be made now: nobody is signed in, or the administrator has switched reports off. kAccepted:
@@ -22,7 +22,7 @@ ReportOutcome::Kind WhatHinders(const AccountState& state);
 const char* KindName(ReportOutcome::Kind kind);
 
 /// Sends the report of the account in `before` and notes in the history what came of it.
-ReportOutcome MakeReport(const AccountState& before, Voice voice);
+ReportOutcome MakeReport(const Beginning& before, Voice voice);
 /// What there is to say about an outcome with which the command does not end well; null for the others.
 std::optional<Failure> FailureOf(const ReportOutcome& outcome);
 

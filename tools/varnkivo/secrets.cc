@@ -87,9 +87,12 @@ void ReadSecretFrom(int descriptor, const std::string& where, Secret& secret, co
   const char* bytes = secret.bytes_.data();
   if (length > 0 && bytes[length - 1] == '\n') --length;
   if (length > 0 && bytes[length - 1] == '\r') --length;
-  const bool oneLine = !std::memchr(bytes, '\0', length) && !std::memchr(bytes, '\n', length);
-  if (tooLong || !oneLine || length == 0) {
-    const char* why = tooLong ? "more than 4095 bytes" : length == 0 ? "nothing" : "more than one line";
+  const bool hasNul = std::memchr(bytes, '\0', length), hasLines = std::memchr(bytes, '\n', length);
+  if (tooLong || hasNul || hasLines || length == 0) {
+    const char* why = tooLong       ? "more than 4095 bytes"
+                      : length == 0 ? "nothing"
+                      : hasNul      ? "it has a NUL byte"
+                                    : "more than one line";
     secret.Wipe();
     throw UsageFailure("The secret read from " + where + " is unusable: " + why + ".", help);
   }

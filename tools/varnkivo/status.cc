@@ -1,9 +1,11 @@
 // `status`: everything about this device's sign-in at a glance. Reads the record, the job file and the hosts; asks
 // nobody and never waits. Being signed out is a state, not an error: the exit code is 0.
 #include <varnkivo/server_info.h>
+#include <varnkivo/user.h>
 
 #include <cstdio>
 #include <ctime>
+#include <optional>
 
 #include "account_state.h"
 #include "command_line.h"
@@ -11,6 +13,7 @@
 #include "device_files.h"
 #include "history.h"
 #include "output.h"
+#include "report_run.h"
 #include "text.h"
 #include "token_state.h"
 
@@ -22,10 +25,17 @@ struct Status {
   TokenState token;
   FileFacts record, jobFile;
   std::string jobLine;
-  std::int64_t nextRun = 0;  // 0: not known
+  std::optional<std::string> uselessSchedule;  // which the missing job should have had; null: it is not for that
+  std::int64_t nextRun = 0;                    // 0: not known
   History history;
   std::string accountHost, identityHost, paymentHost;
 };
+
+std::optional<std::string> UselessSchedule(const Status& status) {
+  if (!status.jobLine.empty() || WhatHinders(status.account) != ReportOutcome::Kind::kAccepted) return std::nullopt;
+  const std::string schedule = varnkivo::User().GetReportCronTimestring();
+  return HasFiveFields(schedule) ? std::nullopt : std::optional<std::string>(schedule);
+}
 
 Status Gather(std::int64_t now) {
   Status status;
@@ -34,6 +44,7 @@ Status Gather(std::int64_t now) {
   status.record = LookAt(kRecordPath);
   status.jobFile = LookAt(kJobPath);
   status.jobLine = ReadJobLine();
+  status.uselessSchedule = UselessSchedule(status);
   status.nextRun = NextRun(status.jobLine, now);
   status.history = ReadHistory();
   status.history.signOut.current &= status.account.signIn != SignIn::kSignedIn;
@@ -99,6 +110,7 @@ std::string RecordText(const FileFacts& record) {
 
 std::string JobText(const Status& status) {
   const std::string path = kJobPath;
+  if (status.uselessSchedule) return "none: the schedule " + QuotedInBrief(*status.uselessSchedule) + " cannot be used";
   return status.jobLine.empty() ? path + " (none)" : path + ": " + status.jobLine;
 }
 

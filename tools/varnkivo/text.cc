@@ -2,6 +2,7 @@
 // byte's range is narrower after E0, ED, F0 and F4, which keeps overlong forms and surrogates out.
 #include "text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -59,6 +60,13 @@ std::string Printable(const std::string& text) {
       out += clean[i];
   }
   return out;
+}
+
+std::string QuotedInBrief(const std::string& text) {
+  constexpr std::size_t kMost = 60;
+  std::size_t length = std::min(text.size(), kMost);
+  while (length < text.size() && length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0u) == 0x80u) --length;
+  return '"' + Printable(text.substr(0, length)) + (length < text.size() ? "..." : "") + '"';
 }
 
 bool HasControls(const std::string& text) {
