@@ -118,6 +118,8 @@ void DefineCommandLine(CLI::App& app, Invocation& call) {
   AddIsSignedIn(app, call);
   AddAccount(app, call);
   AddReport(app, call);
+  AddShop(app, call);
+  AddScan(app, call);
   AddPaths(app, call);
   AddVersion(app, call);
   AddReportInfo(app, call);

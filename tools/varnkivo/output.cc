@@ -18,6 +18,7 @@ std::string Write(const Json::Value& document, const char* indentation) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = indentation;
   builder["emitUTF8"] = true;
+  builder["precision"] = 15;  // a price as it was: 9.99, not 9.9900000000000002
   return Json::writeString(builder, document);
 }
 
