@@ -89,6 +89,9 @@ TEST_F(ShopTest, ATextOfThePayerIsNeitherAFormulaNorASteeringSequence) {
       ",\"'=1+1,\"\"x\"\"\",-4.50,,'@a,'-7,a\\x1b[2J\\x0ab,'+\\x9b\r\n",
       Answered(row, {"shop", "purchases", "--csv"}).out);
   EXPECT_THAT(Answered(row, {"shop", "purchases"}).out, HasSubstr("a\\x1b[2J\\x0ab"));
+  const Result json = Answered(row, {"shop", "purchases", "--json"});
+  EXPECT_THAT(json.out, Not(HasSubstr("\xc2\x9b")));
+  EXPECT_EQ("+\xc2\x9b", Parse(json.out)["purchases"][0]["serial"].asString());
 }
 
 TEST_F(ShopTest, AnAnswerThatIsNoneIsToldAndNotPrinted) {
