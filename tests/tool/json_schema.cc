@@ -22,6 +22,7 @@ bool HasType(const Json::Value& value, const Json::Value& type) {
     if (HasType(value, one)) return true;
   }
   if (type == "integer") return value.isIntegral() && !value.isBool();
+  if (type == "number") return value.isNumeric() && !value.isBool();
   return (type == "null" && value.isNull()) || (type == "boolean" && value.isBool()) ||
          (type == "string" && value.isString()) || (type == "array" && value.isArray()) ||
          (type == "object" && value.isObject());

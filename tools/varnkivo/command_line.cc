@@ -119,6 +119,8 @@ void DefineCommandLine(CLI::App& app, Invocation& call) {
   AddAccount(app, call);
   AddReport(app, call);
   AddPackages(app, call);
+  AddShop(app, call);
+  AddScan(app, call);
   AddPaths(app, call);
   AddVersion(app, call);
   AddReportInfo(app, call);

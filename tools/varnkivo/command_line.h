@@ -31,6 +31,8 @@ void AddIsSignedIn(CLI::App& app, Invocation& call);
 void AddAccount(CLI::App& app, Invocation& call);
 void AddReport(CLI::App& app, Invocation& call);
 void AddPackages(CLI::App& app, Invocation& call);
+void AddShop(CLI::App& app, Invocation& call);
+void AddScan(CLI::App& app, Invocation& call);
 void AddPaths(CLI::App& app, Invocation& call);
 void AddVersion(CLI::App& app, Invocation& call);
 void AddReportInfo(CLI::App& app, Invocation& call);

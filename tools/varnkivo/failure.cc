@@ -88,6 +88,9 @@ const char* NextByDefault(Doing doing) {
     case Doing::kChange:
     case Doing::kChangeWithPassword:
       return "Nothing; it keeps the stored profile, and stays signed in.";
+    case Doing::kShop:
+    case Doing::kShopLogin:
+      return "Nothing; asking the shop changes nothing on the device.";
   }
   return kNothingChanged;
 }
@@ -166,12 +169,40 @@ void SharpenPackage(Failure& failure, int code, const Situation& situation) {
   failure.run = "varnkivo packages";
 }
 
+/// The shop is another host than the account centre, and knows other things.
+void SharpenShop(Failure& failure, int code, const Situation& situation) {
+  const bool login = situation.doing == Doing::kShopLogin, answered = !situation.serverAnswer.empty();
+  if (code == KIVO_ERR_AUTH && !login) failure.run = "varnkivo account show --refresh";
+  if (code == KIVO_ERR_UNKNOWN && answered)
+    failure.cause =
+        "The shop gave an answer without a known meaning: \"" + situation.serverAnswer.substr(0, 64) + "\".";
+  const struct {
+    int code;
+    const char* cause;
+  } words[] = {{KIVO_ERR_AUTH, login ? "The shop refused this e-mail and password."
+                                     : "The shop does not accept this device's sign-in."},
+               {KIVO_ERR_ACCOUNT_NOT_FOUND, "The shop knows no such account."},
+               {KIVO_ERR_BAD_PARAM, "The shop does not know what was asked for."},
+               {KIVO_ERR_BAD_JSON, "The shop's answer was not JSON."},
+               {KIVO_ERR_RESPONSE, "The shop's answer was incomplete, or of the wrong types."},
+               {KIVO_ERR_SEND, "The shop could not be reached, or was not able to answer."},
+               {KIVO_ERR_PAYMENT_CONFIG, "The shop's address could not be read."},
+               {KIVO_ERR_SYSTEM, answered ? "The shop reported a fault of its own (\"badsys\")."
+                                          : "Memory ran out, or the shop reported a fault of its own (\"badsys\")."}};
+  for (const auto& row : words)
+    if (row.code == code) failure.cause = row.cause;
+  if (code == KIVO_ERR_BAD_PARAM) failure.run = "varnkivo shop items";
+  if (code == KIVO_ERR_SYSTEM) failure.retry = Retry::kPerhaps, failure.run = kLog;
+}
+
 /// The same library code can mean more than one thing; here is what the situation tells apart.
 void Sharpen(Failure& failure, int code, const Situation& situation) {
   if (IsReportOrChange(situation.doing)) {
     SharpenReportOrChange(failure, code, situation);
   } else if (situation.doing == Doing::kPackageToken) {
     SharpenPackage(failure, code, situation);
+  } else if (situation.doing == Doing::kShop || situation.doing == Doing::kShopLogin) {
+    SharpenShop(failure, code, situation);
   } else if (code == KIVO_ERR_SYSTEM && situation.serverAnswer.rfind("badsys", 0) == 0) {
     failure.cause = "The account centre reported a fault of its own (\"badsys\").";
     failure.retry = Retry::kYes;

@@ -42,6 +42,8 @@ struct Situation {
     kRegister,
     kChange,              ///< of the account, without its password
     kChangeWithPassword,  ///< of e-mail address or password
+    kShop,
+    kShopLogin,
   };
   Doing doing = Doing::kReadingRecord;
   std::string again;         ///< the command line that repeats the operation

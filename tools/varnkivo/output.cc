@@ -14,11 +14,32 @@
 namespace kivotool {
 namespace {
 
+/// The writer escapes the controls below the space; DEL and U+0080 to U+009F move a terminal's cursor too. They stand
+/// inside of texts only, where an escape means the same.
+std::string EscapeOtherControls(const std::string& json) {
+  std::string out;
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(json[i]);
+    const unsigned next = i + 1 < json.size() ? static_cast<unsigned char>(json[i + 1]) : 0u;
+    const bool isPair = byte == 0xC2 && next >= 0x80 && next < 0xA0;
+    if (byte != 0x7F && !isPair) {
+      out += json[i];
+      continue;
+    }
+    char escape[8];
+    std::snprintf(escape, sizeof escape, "\\u%04x", isPair ? next : 0x7Fu);
+    out += escape;
+    if (isPair) ++i;
+  }
+  return out;
+}
+
 std::string Write(const Json::Value& document, const char* indentation) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = indentation;
   builder["emitUTF8"] = true;
-  return Json::writeString(builder, document);
+  builder["precision"] = 15;  // a price as it was: 9.99, not 9.9900000000000002
+  return EscapeOtherControls(Json::writeString(builder, document));
 }
 
 bool Equals(const char* variable, const char* value) {
