@@ -36,9 +36,12 @@ void Attempt(const char* failure, Step step, int line = __builtin_LINE()) {
 /// Whether the record is still that of the account that was reported. A report can take minutes: a sign-out in the
 /// meantime must stay one, and an answer for one account is no concern of the next.
 bool IsStillSignedIn(const _tag_kivo_INFO_& account) {
+  const int code = VARNKIVOErrGet();
   AccountCopy now;
-  return VARNKIVOAccountGet(&now) == 0 && std::strcmp(now.userId, account.userId) == 0 &&
-         std::strcmp(now.authKey, account.authKey) == 0;
+  const bool same = VARNKIVOAccountGet(&now) == 0 && std::strcmp(now.userId, account.userId) == 0 &&
+                    std::strcmp(now.authKey, account.authKey) == 0;
+  VARNKIVOErrSet(code);  // 3 is for a report that was not made
+  return same;
 }
 
 void StoreSchedule(const Json::Value& answer) {
