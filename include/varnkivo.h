@@ -20,6 +20,12 @@
 #define KIVO_API
 #endif
 
+#ifdef __cplusplus
+#define KIVO_INT_ENUM : int  // callers in C may hand over any value
+#else
+#define KIVO_INT_ENUM
+#endif
+
 /// libcurl's list of header lines; only named here.
 struct curl_slist;
 /// The platform's string-to-string map (varn/platform.h).
@@ -198,7 +204,7 @@ KIVO_API bool VARNKIVOAccountRegisterCrond(void);
 KIVO_API bool VARNKIVOAccountUnregisterCrond(void);
 
 /// What the payment host can be asked.
-typedef enum PAYMENT_ACTION {
+typedef enum PAYMENT_ACTION KIVO_INT_ENUM {
   PAYMENT_ACTION_AUTH = 0,               ///< "auth": POST api/auth.php
   PAYMENT_ACTION_GET_ITEM_LIST = 1,      ///< "getItemList": GET api/getItemList.php
   PAYMENT_ACTION_GET_APP_ITEM_INFO = 2,  ///< "getAppItemInfo": GET api/package/record
