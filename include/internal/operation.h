@@ -34,6 +34,7 @@ static_assert(sizeof(ServerConfig) == 4096, "filled as one buffer of 4096 bytes"
 
 /// A copy of the account record. It holds the auth key, so it is overwritten when it goes.
 struct AccountCopy : _tag_kivo_INFO_ {
+  // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.UninitializedObject): the braces zero all of it
   AccountCopy() : _tag_kivo_INFO_{} {}
   explicit AccountCopy(const _tag_kivo_INFO_& account) : _tag_kivo_INFO_(account) {}
   AccountCopy(const AccountCopy&) = delete;

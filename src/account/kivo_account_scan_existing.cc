@@ -42,7 +42,7 @@ void ScanRelay(Json::Value& result) {
   if (!HasMember(config, "server_alias") || !HasMember(config["server_alias"], "alias")) return;
   if (!HasMember(config, "server_kivo") || !HasMember(config["server_kivo"], "account")) return;
   const Json::Value& account = config["server_kivo"]["account"];
-  if (account.isString() && account != "")
+  if (account.isString() && !account.asString().empty())
     AddService(result, account.asString(), "farlink", config["server_alias"]["alias"]);
 }
 

@@ -30,6 +30,7 @@ constexpr Action kActions[] = {{PAYMENT_ACTION_AUTH, "auth", "auth.php", kPost},
 
 /// Holds the credentials, and so is overwritten when it goes.
 struct PaymentRequest : _tag_libkivo_varn_request_ {
+  // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.UninitializedObject): the braces zero all of it
   PaymentRequest() : _tag_libkivo_varn_request_{} {}
   PaymentRequest(const PaymentRequest&) = delete;
   PaymentRequest& operator=(const PaymentRequest&) = delete;
