@@ -24,7 +24,7 @@ else()
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
 endif()
 
-link_libraries(varnkivo_warnings varnkivo_hardening)
+link_libraries($<BUILD_INTERFACE:varnkivo_warnings> $<BUILD_INTERFACE:varnkivo_hardening>)  # not for those who use what is installed
 
 # A shared library names all it needs. Not with sanitizers: their runtime is found through the program.
 function(varnkivo_no_undefined target)
