@@ -9,9 +9,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -38,6 +40,15 @@ void WriteText(const char* path, const std::string& text) {
 std::size_t Collect(char* data, std::size_t size, std::size_t count, void* body) {
   static_cast<std::string*>(body)->append(data, size * count);
   return size * count;
+}
+
+Json::Value Parse(const std::string& text) {
+  Json::Value value;
+  std::istringstream in(text);
+  std::string errors;
+  if (!Json::parseFromStream(Json::CharReaderBuilder(), in, &value, &errors))
+    throw std::runtime_error("the simulator says: " + text);
+  return value;
 }
 
 /// The account that the request of the benchmarks is about, in the simulator's format.
@@ -76,11 +87,8 @@ void Cloud::AwaitReady(int output) {
   char line[4096] = {};
   const bool got = stream && std::fgets(line, sizeof line, stream);
   if (stream) std::fclose(stream);
-  Json::Value ready;
-  std::istringstream text(line);
-  std::string errors;
-  if (!got || !Json::parseFromStream(Json::CharReaderBuilder(), text, &ready, &errors))
-    throw std::runtime_error("the simulator did not start");
+  if (!got) throw std::runtime_error("the simulator did not start");
+  const Json::Value ready = Parse(line);
   control_ = ready["control"].asString();
   ownCa_ = ReadText(ready["ca"].asString());
   fullBundle_ = ReadText(kBundle);
@@ -101,11 +109,13 @@ int Cloud::Certificates() const {
   return count;
 }
 
-std::string Cloud::Control(const std::string& call, const std::string& body) const {
+/// `body` may be null.
+std::string Cloud::Control(const std::string& call, const char* body, const char* method) const {
   CURL* curl = curl_easy_init();
   std::string answer;
   curl_easy_setopt(curl, CURLOPT_URL, (control_ + call).c_str());
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
+  if (body) curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body);
+  curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, Collect);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer);
   const CURLcode result = curl_easy_perform(curl);
@@ -122,11 +132,20 @@ std::string Cloud::IssueTokens(int age) const {
   call["client_id"] = kClientId;
   call["serial"] = kSerial;
   call["age"] = age;
-  return Control("/tokens", Json::writeString(Json::StreamWriterBuilder(), call));
+  return Control("/tokens", Json::writeString(Json::StreamWriterBuilder(), call).c_str(), "POST");
 }
 
 void Cloud::SetTokenLifetime(int seconds) const {
-  Control("/token-lifetime", "{\"seconds\":" + std::to_string(seconds) + "}");
+  Control("/token-lifetime", ("{\"seconds\":" + std::to_string(seconds) + "}").c_str(), "POST");
+}
+
+void Cloud::ClearJournal() const { Control("/journal", nullptr, "DELETE"); }
+
+int Cloud::Connections() const {
+  std::set<std::uint64_t> numbers;
+  for (const Json::Value& entry : Parse(Control("/journal", nullptr, "GET")))
+    numbers.insert(entry["connection"].asUInt64());
+  return static_cast<int>(numbers.size());
 }
 
 }  // namespace bench

@@ -25,10 +25,12 @@ class Cloud {
   std::string IssueTokens(int age) const;
   /// Of the access tokens given out from now on; below 0 they have expired when they arrive.
   void SetTokenLifetime(int seconds) const;
+  void ClearJournal() const;
+  int Connections() const;  ///< since ClearJournal
 
  private:
   void AwaitReady(int output);
-  std::string Control(const std::string& call, const std::string& body) const;
+  std::string Control(const std::string& call, const char* body, const char* method) const;
 
   pid_t pid_ = 0;
   std::string control_, fullBundle_, ownCa_;

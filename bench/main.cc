@@ -21,6 +21,7 @@ int main() {
       std::fflush(stdout);
       bench::AddRequestRows(table, cloud);
       bench::AddRenewalRows(table, cloud);
+      bench::AddReportRows(table, cloud);
       bench::PutTokens(cloud.IssueTokens(0));
     }
     bench::AddToolRows(table);

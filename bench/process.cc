@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace bench {
@@ -19,15 +21,14 @@ double Seconds(const timeval& time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-}  // namespace
-
-Cost RunProgram(const std::vector<std::string>& arguments) {
+/// With `output` as its standard output.
+Cost Run(const std::vector<std::string>& arguments, const char* output) {
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output, O_WRONLY | O_CREAT | O_TRUNC, 0600);
   const auto start = std::chrono::steady_clock::now();
   pid_t pid = 0;
   const int failed = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
@@ -40,6 +41,17 @@ Cost RunProgram(const std::vector<std::string>& arguments) {
   const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error(arguments[0] + " failed");
   return {Seconds(usage.ru_utime) + Seconds(usage.ru_stime), wall.count()};
+}
+
+}  // namespace
+
+Cost RunProgram(const std::vector<std::string>& arguments) { return Run(arguments, "/dev/null"); }
+
+std::string OutputOf(const std::vector<std::string>& arguments) {
+  const char* const path = "/tmp/varnkivo-bench-output";
+  Run(arguments, path);
+  std::ifstream file(path);
+  return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 double Median(std::vector<double> values) {

@@ -17,6 +17,9 @@ struct Cost {
 /// not end with status 0.
 Cost RunProgram(const std::vector<std::string>& arguments);
 
+/// What it prints to standard output.
+std::string OutputOf(const std::vector<std::string>& arguments);
+
 double Median(std::vector<double> values);
 
 /// The medians of `rounds` runs of each candidate. Runs alternate, and every second round goes backwards, so that what

@@ -1,12 +1,8 @@
 // Renewals of tokens: the first of a fresh process, and twenty of one, each against the same requests with cpr alone.
-#include <json/json.h>
-#include <varnkivo/varnkivo.h>
-
-#include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bare_client.h"
 #include "process.h"
 #include "record.h"
 #include "rows.h"
@@ -16,21 +12,6 @@ namespace {
 
 constexpr int kRounds = 15, kFreshRounds = 41;
 constexpr int kAge = 7200;  // seconds; more than a token lives
-
-std::string UserAgent() {
-  char agent[256] = {};
-  if (VARNKIVOUserAgentNameGet(agent, sizeof agent) < 0) throw std::runtime_error("no user agent");
-  return agent;
-}
-
-std::string RefreshToken(const std::string& set) {
-  Json::Value members;
-  std::istringstream text(set);
-  std::string errors;
-  if (!Json::parseFromStream(Json::CharReaderBuilder(), text, &members, &errors))
-    throw std::runtime_error("the simulator gave no tokens");
-  return members["refresh_token"].asString();
-}
 
 }  // namespace
 

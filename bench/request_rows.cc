@@ -1,9 +1,9 @@
 // Requests: fifty of one process, and the first of a fresh one, each against libcurl alone.
-#include <varnkivo/varnkivo.h>
-
-#include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "bare_client.h"
 #include "process.h"
 #include "programs/request.h"
 #include "rows.h"
@@ -15,13 +15,9 @@ constexpr int kRounds = 9, kFreshRounds = 41;
 
 /// The command of the bare client, with the bytes that the sender puts on the wire.
 std::vector<std::string> BareClient(const char* times) {
-  char serial[36] = {}, token[33] = {}, agent[256] = {};
-  if (VARNKIVOGenerateToken("", "", serial, sizeof serial, token, sizeof token) < 0 ||
-      VARNKIVOUserAgentNameGet(agent, sizeof agent) < 0)
-    throw std::runtime_error("no device token");
-  std::string form = std::string("lu_sn=") + serial + "&lu_token=" + token;
-  for (const auto& [name, value] : kParameters) form += std::string("&") + name + "=" + value;
-  return {BENCH_CURL, times, std::string(kHost) + "/" + kPath, form, agent};
+  std::vector<std::pair<std::string, std::string>> parameters;
+  for (const auto& [name, value] : kParameters) parameters.emplace_back(name, value);
+  return {BENCH_CURL, times, UserAgent(), std::string(kHost) + "/" + kPath, DeviceForm(parameters)};
 }
 
 }  // namespace

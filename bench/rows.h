@@ -9,6 +9,7 @@ namespace bench {
 
 void AddRequestRows(Table& table, const Cloud& cloud);
 void AddRenewalRows(Table& table, const Cloud& cloud);
+void AddReportRows(Table& table, const Cloud& cloud);
 void AddToolRows(Table& table);
 void AddOperationRows(Table& table);
 void AddSystemCallRows(Table& table);

@@ -6,13 +6,13 @@
 
 #include <json/json.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 
 namespace varnkivo {
 
 class AccountPkceServiceImpl;
+class PackagePkceClientImpl;
 class PkceClientImpl;
 
 /// The token set lies in "/usr/varn/etc/varnholt-account/private/NAME_token.json" (0600, owner 934:934): the token
@@ -49,10 +49,7 @@ class KIVO_API PkceClient {
 
  private:
   friend class AccountPkceServiceImpl;
-  /// The same, but stores the set only if it is still `wanted` when it is there; throws KivoException 22 otherwise.
-  __attribute__((visibility("hidden"))) void ExchangeToken(const std::string& code, const std::string& codeVerifier,
-                                                           const std::string& redirectUri,
-                                                           const std::function<bool()>& wanted) const;
+  friend class PackagePkceClientImpl;
 
   std::unique_ptr<PkceClientImpl> impl_;
 };

@@ -191,10 +191,30 @@ KIVO_API int VARNKIVOAccountSet(const struct _tag_kivo_INFO_* info);
 /// child's wait status, which is the same on success and failure, or -1 when no child could be started or waited for.
 KIVO_API int VARNKIVOAccountRemove(void);
 
+/// Copies e-mail and password for the shop ("kivoID" and "kivoPW" of the record) into `info` and leaves its other
+/// fields alone. Code 1 null, 3 no record or one without these, 6 privileges; `info` is then untouched. Only whoever
+/// may look into the private directory is told of a record there.
+KIVO_API int VARNPaymentKivoAccountGet(struct _tag_kivo_INFO_* info);
+
 /// Puts the periodic report into the host's cron service at the record's schedule; false when it was not saved.
 KIVO_API bool VARNKIVOAccountRegisterCrond(void);
 /// Takes the periodic report out of the host's cron service.
 KIVO_API bool VARNKIVOAccountUnregisterCrond(void);
+
+/// What the payment host can be asked.
+typedef enum PAYMENT_ACTION {
+  PAYMENT_ACTION_AUTH = 0,               ///< "auth": POST api/auth.php
+  PAYMENT_ACTION_GET_ITEM_LIST = 1,      ///< "getItemList": GET api/getItemList.php
+  PAYMENT_ACTION_GET_APP_ITEM_INFO = 2,  ///< "getAppItemInfo": GET api/package/record
+  PAYMENT_ACTION_NONE = 3                ///< not an action
+} PAYMENT_ACTION;
+
+/// The action of that name, in any case; PAYMENT_ACTION_NONE for every other text and null.
+KIVO_API PAYMENT_ACTION VARNPaymentParseAction(const char* name);
+/// Signs in to the shop. The password leaves the device as its MD5 digest only. `language` may be null. `response` as
+/// for VARNPaymentHTTPSSendWithJSONAndAccount. Code 1 for another null, 6 no digest, else as there.
+KIVO_API int VARNPaymentHTTPSAuth(const char* account, const char* password, const char* language,
+                                  struct _tag_libkivo_varn_response_* response);
 
 #ifdef __cplusplus
 }  // extern "C"
@@ -237,6 +257,35 @@ KIVO_API int VARNKIVOAccountQueryInfo(Json::Value& out, bool forceRefresh, bool 
 /// JSON or pkce_login.conf not readable, 5 no usable reply, 6 privileges or user agent, 8 serial, 22 no access token to
 /// tell the host with, else the server's answer. Failures of the local clean-up are logged only.
 KIVO_API int VARNKIVOAccountLogout(bool remote);
+
+/// Asks the payment host for `action`. `args` is a flat object: texts are sent as they stand, any other value as
+/// jsoncpp's toStyledString prints it, with a newline at its end. `account` (may be null): its `email` and `password`
+/// are sent too. `response` (may be null) receives status and body, which is the caller's then: release it with
+/// VARNKIVOHttpsResponseFree; its `curl_code` is left alone. Codes: 1 not an action, 2 `args` not flat or no object, 4
+/// not sent or a status other than 200 and 400, 6 memory, 7 hosts.
+KIVO_API int VARNPaymentHTTPSSendWithJSONAndAccount(PAYMENT_ACTION action, const Json::Value& args,
+                                                    const struct _tag_kivo_INFO_* account,
+                                                    struct _tag_libkivo_varn_response_* response);
+/// The same without an account.
+KIVO_API int VARNPaymentHTTPSSendWithJSON(PAYMENT_ACTION action, const Json::Value& args,
+                                          struct _tag_libkivo_varn_response_* response);
+
+/// Replaces `out`, which must not be null on entry, by what the signed-in account has bought: "logs" (objects with
+/// "date", "item", "buyer_id", "transaction_id", "model", "serial", "price" as a number, "pay_status"), "total" and
+/// "offset" (0). Dates may be null; the filters count where they are arrays of texts or numbers. Codes: 1 null
+/// argument or a filter of objects, 2 reply not JSON, 3 nobody signed in, 4 not sent, 5 reply without "code" or with
+/// entries that are none, 6 memory, 8 serial, 23 hosts, else the server's answer. `out` is untouched on failure.
+KIVO_API int VARNKIVOAccountPurchaseList(const char* language, const char* dateFrom, const char* dateTo,
+                                         const Json::Value& apps, const Json::Value& serials, const Json::Value& prices,
+                                         const Json::Value& paypals, Json::Value& out);
+/// Sets in `out` what the shop's embedded page has to know: "server_url", "serial_no", "orig_serial_no", "mac" and
+/// "api_key". `out` is untouched on failure. Codes: 8 serial, 20 MAC, 23 hosts, else that of the cloud service.
+KIVO_API int VARNKIVOGetIframeInfo(Json::Value& out);
+
+/// Replaces `result` by the services of this device that are tied to an account already: an object by account, each
+/// with "services", a list of objects with "type" ("package", "farlink", "ddns") and "value". Runs the dynamic DNS
+/// tool and waits for it. What cannot be found out is left out.
+KIVO_API int VARNKIVOAccountScanExisting(Json::Value& result);
 
 }  // extern "C"
 #endif

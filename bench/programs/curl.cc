@@ -1,5 +1,5 @@
-// bench_curl N URL FORM AGENT: makes a request N times with libcurl alone, each with a handle of its own, as a program
-// does that knows nothing of trust stores. With 0 it only starts and ends.
+// bench_curl N AGENT URL FORM [URL FORM]...: makes the requests N times with libcurl alone, each with a handle of its
+// own, as a program does that knows nothing of trust stores. With 0 it only starts and ends.
 #include <curl/curl.h>
 
 #include <cstdio>
@@ -34,11 +34,12 @@ bool Send(const char* url, const char* form, const char* agent) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 5) return 2;
+  if (argc < 5 || argc % 2 == 0) return 2;
   const int times = std::atoi(argv[1]);
   if (times > 0) curl_global_init(CURL_GLOBAL_DEFAULT);
   for (int left = times; left > 0; --left)
-    if (!Send(argv[2], argv[3], argv[4])) return 1;
+    for (int i = 3; i < argc; i += 2)
+      if (!Send(argv[i], argv[i + 1], argv[2])) return 1;
   curl_global_cleanup();
   return 0;
 }

@@ -11,7 +11,6 @@
 #include <deque>
 #include <functional>
 #include <mutex>
-#include <regex>
 #include <thread>
 #include <utility>
 
@@ -99,10 +98,7 @@ Server::Server() {
 }
 
 int Server::Bind(int port) {
-  if (port == 0)
-    port = http_.bind_to_any_port("127.0.0.1");
-  else if (!http_.bind_to_port("127.0.0.1", port))
-    port = -1;
+  if (port == 0 ? (port = http_.bind_to_any_port("127.0.0.1")) < 0 : !http_.bind_to_port("127.0.0.1", port)) return -1;
   address_ = "127.0.0.1:" + std::to_string(port);
   origin_ = "http://" + address_;
   cookie_ = "varnkivo_console_" + std::to_string(port);  // cookies do not know ports: another one's must not be ours
@@ -110,15 +106,13 @@ int Server::Bind(int port) {
 }
 
 void Server::Run(const sigset_t& ending) {
-  std::thread waiting([&] {
-    int signal = 0;
-    sigwait(&ending, &signal);
-    pthread_sigmask(SIG_UNBLOCK, &ending, nullptr);
-    while (!http_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(10));  // else it is not stopped
-    http_.stop();
-  });
-  http_.listen_after_bind();
-  waiting.join();
+  std::thread serving([this] { http_.listen_after_bind(); });
+  int signal = 0;
+  sigwait(&ending, &signal);
+  pthread_sigmask(SIG_UNBLOCK, &ending, nullptr);  // in this thread, which waits for the other: the next one strikes
+  while (!http_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(10));  // else it is not stopped
+  http_.stop();
+  serving.join();
 }
 
 /// Empty: go on. A foreign name that leads here is how a page from elsewhere reaches a device (DNS rebinding).
@@ -168,23 +162,29 @@ httplib::Server::Handler Server::Form(Action action) {
 
 /// Null where the browser has no cookie of ours yet.
 Session* Server::Known(const Request& request) {
-  const std::regex pair("(?:^|; )" + cookie_ + "=([0-9a-f]+)(?:;|$)");
-  const std::string cookies = request.get_header_value("Cookie");
-  std::smatch found;
-  if (cookies.size() > 4096 || !std::regex_search(cookies, found, pair)) return nullptr;
+  const std::string cookies = "; " + request.get_header_value("Cookie") + ";", name = "; " + cookie_ + "=";
+  const std::size_t found = cookies.find(name), begin = found + name.size();
+  if (found == std::string::npos) return nullptr;
+  const std::string value = cookies.substr(begin, cookies.find(';', begin) - begin);
   const auto known = std::find_if(sessions_.begin(), sessions_.end(),
-                                  [&](const Session& session) { return SameSecret(session.cookie, found[1]); });
+                                  [&](const Session& session) { return SameSecret(session.cookie, value); });
   return known == sessions_.end() ? nullptr : &*known;
 }
 
 void Server::Index(const Request& request, Response& response) {
   Session* session = Known(request);
   if (!session) {
-    if (sessions_.size() == 64) sessions_.pop_front();  // a device has one person; what looks in passing is bounded
+    const std::string from = request.get_header_value("Sec-Fetch-Site");  // a page elsewhere must not fill the list
+    if (!from.empty() && from != "none" && from != "same-origin")
+      return Message(response, 200, "Device account", "A page from elsewhere has led you here.");
+    const auto idle = std::find_if(sessions_.begin(), sessions_.end(),
+                                   [](const Session& other) { return other.pending.state.empty(); });
+    if (sessions_.size() == 64) sessions_.erase(idle == sessions_.end() ? sessions_.begin() : idle);
     session = &sessions_.emplace_back();
     response.set_header("Set-Cookie", cookie_ + "=" + session->cookie + "; Path=/; HttpOnly; SameSite=Lax");
   }
   response.set_content(IndexPage(Look(), *session), "text/html; charset=utf-8");
+  session->notice = {};
 }
 
 std::string Server::SignIn(const Request&, Session& session) {
@@ -211,6 +211,7 @@ void Server::Callback(const Request& request, Response& response) {
     if (error == "access_denied")
       throw Problem("The sign-in was not allowed at the account centre. Nothing was changed.");
     if (!error.empty()) throw Problem("The account centre could not finish the sign-in. Try again in a while.");
+    if (Look().signedIn) throw Problem("This device has been signed in meanwhile. That was left as it is.");
     console::SignIn(code, pending);
     return "/";
   });
@@ -229,8 +230,8 @@ int main(int argc, char** argv) {
   int wanted = argc == 1 ? 8380 : -1;
   char rest;
   if (argc == 3 && std::string(argv[1]) == "--port" && std::sscanf(argv[2], "%5d%c", &wanted, &rest) != 1) wanted = -1;
-  if (wanted < 0 || wanted > 65535)
-    return std::fputs("usage: varnkivo-console [--port N]   (0: any; default 8380)\n", stderr), 2;
+  if (wanted != 0 && (wanted < 1024 || wanted > 65535))  // browsers leave a port of 80 out of Host and Origin
+    return std::fputs("usage: varnkivo-console [--port N]   (1024..65535, or 0 for any; default 8380)\n", stderr), 2;
   sigset_t ending;
   sigemptyset(&ending);
   sigaddset(&ending, SIGTERM);

@@ -20,7 +20,8 @@ constexpr char kJobFile[] = "/etc/cron.d/kivo";
 
 const char* Advice(int code) {
   if (code == KIVO_ERR_SEND || code == KIVO_ERR_RESPONSE || code == KIVO_ERR_NETWORK)
-    return "The account centre could not be reached, or gave no usable answer. Check the network and try again.";
+    return "The account centre could not be reached, or did not take what it was sent: a sign-in is good once and for "
+           "ten minutes. Check the network and start again.";
   if (code == KIVO_ERR_AUTH) return "The account centre refused it. Sign in again from the start.";
   if (code == KIVO_ERR_ACCOUNT_UNVERIFIED) return "Confirm the e-mail address of the account first.";
   return "Try again; if it goes on, the device's system log has the details.";
@@ -48,13 +49,21 @@ void ReadAccount(DeviceState& state) {
 }
 
 /// Only the times of the token file: asking the library for the token could renew it over the network.
-std::int64_t ReadTokenEnd() {
+std::int64_t ReadTokenEnd() try {
   std::ifstream file(kTokenFile);
+  if (!file) return 0;
   Json::Value document;
-  std::string errors;
-  if (!Json::parseFromStream(Json::CharReaderBuilder(), file, &document, &errors) || !document.isObject()) return 0;
-  if (!document["created_at"].isInt64() || !document["expires_in"].isInt64()) return 0;
-  return document["created_at"].asInt64() + document["expires_in"].asInt64();
+  file >> document;
+  const auto seconds = [&](const char* name) {
+    const Json::Value& value = document[name];
+    const std::int64_t number = value.isString()  ? std::strtoll(value.asCString(), nullptr, 10)
+                                : value.isInt64() ? value.asInt64()
+                                                  : 0;
+    return number >= INT32_MIN && number <= INT32_MAX ? number : throw Json::LogicError("the library takes no others");
+  };
+  return seconds("created_at") + seconds("expires_in");
+} catch (const Json::Exception&) {
+  return -1;
 }
 
 std::string ReadJob() {
@@ -99,6 +108,8 @@ std::string BeginSignIn(PendingSignIn& pending) {
 void SignIn(const std::string& code, const PendingSignIn& pending) try {
   varnkivo::AccountPkceService().Login({"", code, pending.verifier, pending.redirectUri});
 } catch (const varnkivo::KivoException& error) {
+  const DeviceState now = Look();  // half a sign-in is worth nothing; that of somebody else meanwhile stays
+  if (!now.signedIn && now.problem.empty()) VARNKIVOAccountLogout(false);
   throw Failed("Signing in", error.GetCode());
 }
 

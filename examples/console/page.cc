@@ -11,9 +11,8 @@ const char* const kStyle = R"(
 --on:#fff;--bad:#8f1d1d;--badbg:#fdecec}
 @media(prefers-color-scheme:dark){:root{--bg:#12161c;--card:#1b212a;--ink:#e7ecf3;--soft:#9eabbd;--line:#323b48;
 --main:#82b1ff;--on:#0c1420;--bad:#ffb4b4;--badbg:#3a1d20}}
-*{box-sizing:border-box}
 body{margin:0;padding:1.5rem 1rem 3rem;background:var(--bg);color:var(--ink);font:1rem/1.5 system-ui,sans-serif}
-header,main{max-width:44rem;margin:0 auto}
+*{box-sizing:border-box}header,main{max-width:44rem;margin:0 auto}
 h1{font-size:1.5rem;line-height:1.2;margin:.5rem 0 1.25rem}h2{font-size:1.05rem;margin:0 0 .75rem}
 section{background:var(--card);border:1px solid var(--line);border-radius:.9rem;padding:1.25rem;margin:0 0 1rem}
 p{margin:0 0 1rem;max-width:38rem}p:last-child,form:last-child{margin-bottom:0}
@@ -73,7 +72,7 @@ std::string Row(const char* name, const std::string& id, const std::string& valu
 }
 
 std::string TokenText(std::int64_t until) {
-  if (until == 0) return "none";
+  if (until <= 0) return until == 0 ? "none" : "not readable";
   return std::time(nullptr) > until ? "expired; it is renewed when it is next needed" : "valid until " + When(until);
 }
 

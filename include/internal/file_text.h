@@ -4,6 +4,8 @@
 
 #include "internal/wiped.h"
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -16,6 +18,8 @@ enum class Links { kFollow, kRefuse };
 
 /// All of a regular file of at most kMostFileBytes; otherwise nothing and errno. Never waits for a fifo or a device.
 std::optional<Wiped> ReadFileText(const char* path, Links links);
+/// The same for a file, not a link, whose facts `isAcceptable`; errno is EINVAL where they are not.
+std::optional<Wiped> ReadFileText(const char* path, bool (*isAcceptable)(const struct stat& facts));
 /// All of `text`, over short writes and signals. False with errno.
 bool WriteAll(int file, const std::string& text);
 

@@ -35,6 +35,7 @@ static_assert(sizeof(ServerConfig) == 4096, "filled as one buffer of 4096 bytes"
 /// A copy of the account record. It holds the auth key, so it is overwritten when it goes.
 struct AccountCopy : _tag_kivo_INFO_ {
   AccountCopy() : _tag_kivo_INFO_{} {}
+  explicit AccountCopy(const _tag_kivo_INFO_& account) : _tag_kivo_INFO_(account) {}
   AccountCopy(const AccountCopy&) = delete;
   AccountCopy& operator=(const AccountCopy&) = delete;
   ~AccountCopy() { explicit_bzero(static_cast<_tag_kivo_INFO_*>(this), sizeof(_tag_kivo_INFO_)); }

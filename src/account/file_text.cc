@@ -40,16 +40,25 @@ std::optional<Wiped> ReadAll(int file, std::size_t expected) {
   }
 }
 
-}  // namespace
-
-std::optional<Wiped> ReadFileText(const char* path, Links links) {
-  const int file = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | (links == Links::kRefuse ? O_NOFOLLOW : 0));
+std::optional<Wiped> Read(const char* path, int flags, bool (*isAcceptable)(const struct stat&)) {
+  const int file = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags);
   if (file < 0) return std::nullopt;
   const Closer closer{file};
   struct stat facts = {};
-  if (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode)) return ReadAll(file, static_cast<std::size_t>(facts.st_size));
+  if (fstat(file, &facts) == 0 && isAcceptable(facts)) return ReadAll(file, static_cast<std::size_t>(facts.st_size));
   errno = EINVAL;
   return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Wiped> ReadFileText(const char* path, Links links) {
+  return Read(path, links == Links::kRefuse ? O_NOFOLLOW : 0,
+              [](const struct stat& facts) { return S_ISREG(facts.st_mode); });
+}
+
+std::optional<Wiped> ReadFileText(const char* path, bool (*isAcceptable)(const struct stat& facts)) {
+  return Read(path, O_NOFOLLOW, isAcceptable);
 }
 
 bool WriteAll(int file, const std::string& text) {

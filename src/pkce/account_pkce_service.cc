@@ -15,6 +15,7 @@
 #include "kivo_exception.h"
 #include "kivo_plugin_manager.h"
 #include "lum_service.h"
+#include "pkce_client_impl.h"
 #include "user.h"
 #include "varn/platform.h"
 #include "web_request.h"
@@ -133,7 +134,8 @@ void AccountPkceServiceImpl::GrantByAuthKey() const {
     Throw(KIVO_ERR_RESPONSE, "Failed to parse grant by authkey resp, code=%d, resp=%s", answer);
   // A sign-out in the meantime must stay one.
   const auto stillSignedIn = [&authKey] { return Wiped(User().GetAuthKey()) == authKey; };
-  client_.ExchangeToken(Text(reply, "grant_code", KIVO_ERR_RESPONSE), pkce.verifier, redirectUri, stillSignedIn);
+  client_.impl_->ExchangeToken(client_.impl_->GetConfig(), Text(reply, "grant_code", KIVO_ERR_RESPONSE), pkce.verifier,
+                               redirectUri, stillSignedIn);
 }
 
 Json::Value AccountPkceServiceImpl::ExchangeAuthKey(const std::string& accessToken) const {

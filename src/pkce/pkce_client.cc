@@ -4,7 +4,6 @@
 #include "pkce_client.h"
 
 #include "account_service.h"
-#include "file_lock.h"
 #include "internal/json_utils.h"
 #include "internal/log.h"
 #include "internal/redact.h"
@@ -12,6 +11,7 @@
 #include "internal/wiped.h"
 #include "kivo_exception.h"
 #include "lum_service.h"
+#include "operation_lock.h"
 #include "pkce_client_impl.h"
 #include "web_request.h"
 
@@ -24,20 +24,6 @@ namespace varnkivo {
 namespace {
 
 constexpr const char* kSource = "pkce_client";
-constexpr unsigned int kLockSeconds = 30;
-
-/// Held from construction to destruction.
-class OperationLock {
- public:
-  OperationLock(const std::string& client, const char* operation)
-      : lock_(format("/tmp/account_%s.lock", (client + operation).c_str())) {
-    if (!lock_.Lock(kLockSeconds))
-      throw KivoException(KIVO_ERR_TOKEN, format("Failed to lock file: %s", lock_.GetPath().c_str()));
-  }
-
- private:
-  FileLock lock_;
-};
 
 /// Logs what is then thrown.
 [[noreturn]] void Fail(KIVO_ERRCODE code, const std::string& message, int line = __builtin_LINE()) {
@@ -51,6 +37,13 @@ std::string TemplateText(const Json::Value& tmpl, const char* key) {
   return *text;
 }
 
+std::string GetConfigVal(const Json::Value& config, const char* key) {
+  const bool readable = config.isObject() || config.isNull();  // none was set: every member is empty
+  const std::optional<std::string> text = readable ? TextMember(config, key) : std::nullopt;
+  if (!text) throw KivoException(KIVO_ERR_BAD_PARAM);
+  return *text;
+}
+
 std::string FillIn(std::string scope) {
   if (scope.find("$sn$") != std::string::npos) boost::replace_all(scope, "$sn$", LumService().GetSerialNo());
   if (scope.find("$mac$") != std::string::npos) boost::replace_all(scope, "$mac$", LumService().GetMac());
@@ -59,17 +52,17 @@ std::string FillIn(std::string scope) {
 
 }  // namespace
 
-std::string PkceClientImpl::GetToken(const char* key) const {
+std::string PkceClientImpl::GetToken(const char* key, const ConfigSource& config) const {
   const TokenFile file(name_);
   const OperationLock lock(name_, "_get_token");
   const TokenSet tokens = file.Read();
-  return (tokens.IsTokenExpired(time(nullptr)) ? RenewToken() : tokens).GetPkceTokenVal(key);
+  return (tokens.IsTokenExpired(time(nullptr)) ? RenewToken(config()) : tokens).GetPkceTokenVal(key);
 }
 
-TokenSet PkceClientImpl::RenewToken() const {
+TokenSet PkceClientImpl::RenewToken(const Json::Value& config) const {
   const OperationLock lock(name_, "_renew_token");
-  const std::string clientId = RequireHeaderValue(GetConfigVal("client_id"), KIVO_ERR_BAD_PARAM);
-  const std::string endpoint = GetConfigVal("token_endpoint");
+  const std::string clientId = RequireHeaderValue(GetConfigVal(config, "client_id"), KIVO_ERR_BAD_PARAM);
+  const std::string endpoint = GetConfigVal(config, "token_endpoint");
   const Wiped refreshToken(TokenFile(name_).Read().GetPkceTokenVal("refresh_token"));
   PendingTokenFile pending(name_, kSource);
   const WebAnswer answer =
@@ -92,12 +85,12 @@ TokenSet PkceClientImpl::RenewToken() const {
                       format("Failed to parse renew token resp, code=%d, resp=%s", answer.status, shown.c_str()));
 }
 
-void PkceClientImpl::ExchangeToken(const std::string& code, const std::string& codeVerifier,
+void PkceClientImpl::ExchangeToken(const Json::Value& config, const std::string& code, const std::string& codeVerifier,
                                    const std::string& redirectUri, const std::function<bool()>& wanted) const {
   const TokenFile file(name_);
   const OperationLock lock(name_, "_exchange_token");
-  const std::string clientId = RequireHeaderValue(GetConfigVal("client_id"), KIVO_ERR_BAD_PARAM);
-  const std::string endpoint = GetConfigVal("token_endpoint");
+  const std::string clientId = RequireHeaderValue(GetConfigVal(config, "client_id"), KIVO_ERR_BAD_PARAM);
+  const std::string endpoint = GetConfigVal(config, "token_endpoint");
   PendingTokenFile pending(name_, kSource);
   const WebAnswer answer = WebPost(endpoint, {{"X-Client-ID", clientId}},
                                    {{"grant_type", "authorization_code"},
@@ -151,13 +144,6 @@ std::optional<TokenSet> PkceClientImpl::FindNewer(const std::string& spent) cons
   return std::nullopt;
 }
 
-std::string PkceClientImpl::GetConfigVal(const char* key) const {
-  const bool readable = config_.isObject() || config_.isNull();  // none was set: every member is empty
-  const std::optional<std::string> text = readable ? TextMember(config_, key) : std::nullopt;
-  if (!text) throw KivoException(KIVO_ERR_BAD_PARAM);
-  return *text;
-}
-
 Json::Value PkceClientImpl::FormatPkceConfig(const Json::Value& tmpl) const {
   const std::string scope = FillIn(TemplateText(tmpl, "scope"));
   const AccountService service;
@@ -178,15 +164,15 @@ PkceClient::PkceClient(const std::string& name) : impl_(new PkceClientImpl(name)
 PkceClient::~PkceClient() = default;  // here, where PkceClientImpl is complete
 void PkceClient::SetPkceConfig(const Json::Value& config) { impl_->SetPkceConfig(config); }
 bool PkceClient::HasTokenFile() const { return impl_->HasTokenFile(); }
-std::string PkceClient::GetAccessToken() const { return impl_->GetAccessToken(); }
-std::string PkceClient::GetIdToken() const { return impl_->GetIdToken(); }
+std::string PkceClient::GetAccessToken() const {
+  return impl_->GetToken("access_token", [this] { return impl_->GetConfig(); });
+}
+std::string PkceClient::GetIdToken() const {
+  return impl_->GetToken("id_token", [this] { return impl_->GetConfig(); });
+}
 void PkceClient::ExchangeToken(const std::string& code, const std::string& codeVerifier,
                                const std::string& redirectUri) const {
-  impl_->ExchangeToken(code, codeVerifier, redirectUri);
-}
-void PkceClient::ExchangeToken(const std::string& code, const std::string& codeVerifier, const std::string& redirectUri,
-                               const std::function<bool()>& wanted) const {
-  impl_->ExchangeToken(code, codeVerifier, redirectUri, wanted);
+  impl_->ExchangeToken(impl_->GetConfig(), code, codeVerifier, redirectUri);
 }
 Json::Value PkceClient::FormatPkceConfig(const Json::Value& tmpl) const { return impl_->FormatPkceConfig(tmpl); }
 

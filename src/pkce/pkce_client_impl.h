@@ -19,22 +19,24 @@ class PkceClientImpl {
  public:
   explicit PkceClientImpl(const std::string& name) : name_(name) {}
 
+  using ConfigSource = std::function<Json::Value()>;
+
   void SetPkceConfig(const Json::Value& config) { config_ = config; }
+  const Json::Value& GetConfig() const { return config_; }
   bool HasTokenFile() const { return TokenFile(name_).Exists(); }
-  std::string GetAccessToken() const { return GetToken("access_token"); }
-  std::string GetIdToken() const { return GetToken("id_token"); }
-  void ExchangeToken(const std::string& code, const std::string& codeVerifier, const std::string& redirectUri,
-                     const std::function<bool()>& wanted = nullptr) const;
+  /// `key`: a member of the token set. The configuration is asked for when a renewal is due.
+  std::string GetToken(const char* key, const ConfigSource& config) const;
+  /// Stores the set only if it is still `wanted` when it is there; throws KivoException 22 otherwise.
+  void ExchangeToken(const Json::Value& config, const std::string& code, const std::string& codeVerifier,
+                     const std::string& redirectUri, const std::function<bool()>& wanted = nullptr) const;
   Json::Value FormatPkceConfig(const Json::Value& tmpl) const;
 
  private:
-  std::string GetToken(const char* key) const;
-  TokenSet RenewToken() const;
+  TokenSet RenewToken(const Json::Value& config) const;
   /// `findNewer` gives the set to keep instead, if there is one.
   TokenSet SaveToken(PendingTokenFile& pending, const Json::Value& answer,
                      const std::function<std::optional<TokenSet>()>& findNewer) const;
   std::optional<TokenSet> FindNewer(const std::string& spent) const;
-  std::string GetConfigVal(const char* key) const;
 
   std::string name_;
   Json::Value config_;

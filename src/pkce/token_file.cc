@@ -22,8 +22,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
-#include <new>
-#include <sstream>
 
 namespace varnkivo {
 namespace {
@@ -81,19 +79,6 @@ void SyncDirectory() {
   if (directory < 0) return;
   fsync(directory);
   close(directory);
-}
-
-/// On one line, with its comments left out: one of the server's would take the rest of the line with it.
-Wiped Serialise(const Json::Value& value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["commentStyle"] = "None";
-  builder["emitUTF8"] = true;
-  std::ostringstream out;
-  std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter())->write(value, &out);
-  out << '\n';
-  if (!out) throw std::bad_alloc();  // a stream does not let it through, and would give half a text
-  return Wiped(out.str());
 }
 
 }  // namespace
@@ -167,7 +152,7 @@ void PendingTokenFile::Fail() const {
 }
 
 void PendingTokenFile::Save(const TokenSet& tokens, Site site) {
-  const Wiped text = Serialise(tokens.GetMembers());
+  const Wiped text = JsonLine(tokens.GetMembers());
   if (text.size() > kMostFileBytes) Fail();  // it could not be read again
   const PrivilegeBracket bracket(site);
   RequireEntered(bracket, site);

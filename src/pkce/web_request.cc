@@ -71,6 +71,12 @@ struct Collector {
 
 cpr::Header ToHeader(const Pairs& headers) { return cpr::Header(headers.begin(), headers.end()); }
 
+cpr::Parameters ToParameters(const Pairs& query) {
+  cpr::Parameters parameters{};
+  for (const auto& [name, value] : query) parameters.Add(cpr::Parameter(name, value));
+  return parameters;
+}
+
 /// CAPATH must be unset and no TLS option given: libcurl keeps the parsed trust store only then. NOSIGNAL must be off:
 /// libcurl leaves SIGPIPE to the caller otherwise.
 void SetHandleOptions(CURL* handle) {
@@ -133,12 +139,12 @@ WebAnswer WebPost(const std::string& url, const Pairs& headers, const Pairs& for
 
 WebAnswer WebGet(const std::string& url, const Pairs& headers, const Pairs& query) {
   return Exchange(url, headers, [&](cpr::Session& session) {
-    cpr::Parameters parameters{};
-    for (const auto& [name, value] : query) parameters.Add(cpr::Parameter(name, value));
-    session.SetParameters(std::move(parameters));
+    session.SetParameters(ToParameters(query));
     return session.Get();
   });
 }
+
+std::string EncodeQuery(const Pairs& pairs) { return ToParameters(pairs).GetContent(cpr::CurlHolder()); }
 
 const std::string& RequireHeaderValue(const std::string& value, int code) {
   const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7f; };

@@ -41,6 +41,9 @@ struct WebAnswer {
 WebAnswer WebPost(const std::string& url, const Pairs& headers, const Pairs& form = {});
 WebAnswer WebGet(const std::string& url, const Pairs& headers, const Pairs& query);
 
+/// `pairs` percent-encoded as the query of a URL (RFC 3986).
+std::string EncodeQuery(const Pairs& pairs);
+
 /// Throws KivoException with `code` where `value` has a control character: in a header it would begin another one.
 const std::string& RequireHeaderValue(const std::string& value, int code);
 

@@ -8,6 +8,9 @@
 #include "kivo_exception.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
+#include <sstream>
 
 namespace varnkivo {
 namespace {
@@ -44,8 +47,9 @@ Json::Value ReadJsonFile(const std::string& path) {
   return value;
 }
 
-std::optional<std::string> TextMember(const Json::Value& object, const char* name) {
-  const Json::Value& value = object[name];
+std::optional<std::string> TextMember(const Json::Value& object, const char* name) { return ToText(object[name]); }
+
+std::optional<std::string> ToText(const Json::Value& value) {
   if (value.isObject() || value.isArray()) return std::nullopt;
   std::string text = value.asString();
   if (text.find('\0') != std::string::npos) return std::nullopt;
@@ -66,5 +70,18 @@ const char* StringOrNull(const Json::Value& object, const char* name) {
 }
 
 bool HasMember(const Json::Value& value, const char* name) { return value.isObject() && value.isMember(name); }
+
+/// A comment of the server's would take the rest of the line with it.
+Wiped JsonLine(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["commentStyle"] = "None";
+  builder["emitUTF8"] = true;
+  std::ostringstream out;
+  std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter())->write(value, &out);
+  out << '\n';
+  if (!out) throw std::bad_alloc();  // a stream does not let it through, and would give half a text
+  return Wiped(out.str());
+}
 
 }  // namespace varnkivo

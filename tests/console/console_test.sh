@@ -68,6 +68,9 @@ expect 'the cookie' 1 "$(grep -ciE '^Set-Cookie: .*; Path=/; HttpOnly; SameSite=
 get ann "$url" >/dev/null
 expect 'the cookie is kept' 0 "$(grep -ci '^Set-Cookie' "$work/head")"
 expect 'other addresses' 000 "$(curl -s -o "$work/ignored" -w '%{http_code}' "http://127.0.0.2:$port/")"
+for bad in 80 1023 65536 -1 8380x ''; do
+  expect "the port \"$bad\"" 2 "$("$VARNKIVO_BUILD/examples/console/varnkivo-console" --port "$bad" 2>/dev/null; echo $?)"
+done
 expect 'a second console on the port' 1 "$("$VARNKIVO_BUILD/examples/console/varnkivo-console" --port "$port" 2>/dev/null; echo $?)"
 
 # ---- requests that are not answered
@@ -96,6 +99,17 @@ expect 'the form token of another browser' '403 ' "$(get eve "$site/sign-in" "${
 token eve >/dev/null
 expect 'the form token of another session' '403 ' "$(get eve "$site/sign-in" "${form[@]}")"
 expect 'its own origin' 303 "$(get ann "$site/sign-in" "${form[@]}" -H "Origin: $site" | cut -d' ' -f1)"
+
+# ---- what looks in passing, and what a page elsewhere asks for, takes nobody's place
+get passing "$url" -H 'Sec-Fetch-Site: cross-site' >/dev/null
+expect 'no session for a page elsewhere' 0 "$(grep -ci '^Set-Cookie' "$work/head")"
+shows 'a page elsewhere' 'href="/"'
+for from in none same-origin; do
+  get "passing-$from" "$url" -H "Sec-Fetch-Site: $from" >/dev/null
+  expect "a session for $from" 1 "$(grep -ci '^Set-Cookie' "$work/head")"
+done
+curl -s -o "$work/ignored" "$url?[1-70]"
+expect 'a pending sign-in outlives them' 303 "$(get ann "$site/sign-in" "${form[@]}" | cut -d' ' -f1)"
 
 # ---- the authorization request
 begun=$(post ann /sign-in)
@@ -135,6 +149,8 @@ hides 'signed in' 'id="sign-in"'
 expect 'a second sign-in' "303 $url" "$(post ann /sign-in)"
 get ann "$url" >/dev/null
 shows 'a second sign-in' 'is signed in already'
+get ann "$url" >/dev/null
+hides 'the message, once shown' 'role="alert"'
 get eve "$url" >/dev/null
 hides 'the message of another browser' 'role="alert"'
 
@@ -182,6 +198,38 @@ shows 'a name with signs of HTML' '&#60;b&#62;&#34;Eve&#34; &#38; co&#60;/b&#62;
 expect 'signed out with the account centre' "303 $url" "$(post eve /sign-out)"
 expect 'signed out with the account centre' out "$(account)"
 
+# ---- a sign-in that fails half-way leaves nothing, one that comes second changes nothing
+back=$(answer ann "${allow[@]}")
+curl -s "$control/faults" -d '{"path":"oauth2/api/v1/device/core/authkey/exchange","status":503,"body":"","skip_handler":true}' >/dev/null
+expect 'a failing half' "303 $url" "$(get ann "$back")"
+get ann "$url" >/dev/null
+shows 'a failing half' 'role="alert"><p>Signing in failed'
+expect 'a failing half' '' "$(ls $private | grep -E '^user.conf|token')"
+second=$(answer eve -d email=eve@example.com -d password=p)
+expect 'the first of two' "303 $url" "$(get ann "$(answer ann "${allow[@]}")")"
+expect 'the second of two' "303 $url" "$(get eve "$second")"
+get eve "$url" >/dev/null
+shows 'the second of two' 'has been signed in meanwhile'
+shows 'the second of two' '<dd id="account-email">ann@example.com</dd>'
+
+# ---- token files as they can be
+now=$(date +%s)
+cp -p $private/lum_token.json "$work/token"
+while IFS='|' read -r wanted content; do
+  echo "$content" >$private/lum_token.json
+  expect "the page with $content" '200 ' "$(get ann "$url")"
+  shows "${content:0:60}" "<dd id=\"token-state\">$wanted"
+done <<TOKENS
+valid until|{"created_at":"$now","expires_in":"3600"}
+expired|{"created_at":1,"expires_in":3600}
+not readable|{"created_at":9223372036854775807,"expires_in":9223372036854775807}
+not readable|{"created_at":1,"expires_in":2147483648}
+not readable|[]
+not readable|$(printf '[%.0s' {1..5000})
+TOKENS
+cp -p "$work/token" $private/lum_token.json
+expect 'the sign-out' "303 $url" "$(post ann /sign-out)"
+
 # ---- while a sign-in takes its time, the page says so instead of waiting with it
 curl -s "$control/faults" -d '{"path":"oauth2/token","delay_ms":4000}' >/dev/null
 back=$(answer ann "${allow[@]}")
@@ -198,6 +246,21 @@ expect 'the sign-out' "303 $url" "$(post ann /sign-out)"
 kill -TERM $console
 wait $console
 expect 'the end' 0 $?
+
+"$VARNKIVO_BUILD/examples/console/varnkivo-console" --port "$port" >"$work/console" 2>>"$work/log" &
+console=$!
+first_line "$work/console" $console >/dev/null || die 'the console did not start again'
+curl -s "$control/faults" -d '{"path":"oauth2/token","delay_ms":20000}' >/dev/null
+curl -s -b "$work/ann" -o "$work/ignored" "$(answer ann "${allow[@]}")" &
+slow=$!
+sleep 0.5
+kill -TERM $console
+sleep 0.5
+expect 'it waits for the sign-in' 0 "$(kill -0 $console; echo $?)"
+kill -TERM $console
+wait $console
+expect 'the end at once' 143 $?
+wait $slow
 console=
 if [ $failures != 0 ]; then
   cat "$work/log"

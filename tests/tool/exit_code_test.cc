@@ -144,18 +144,5 @@ TEST_F(ToolTest, OutputThatCannotBeWrittenIsAFailure) {
   EXPECT_THAT(result.err, HasSubstr("could not be written"));
 }
 
-TEST_F(ToolTest, TheScheduledRunSaysOneLineToTheLogAndNothingElse) {
-  SignInLongAgo();
-  const std::string before = Read("/var/log/syslog");
-  const Result result = Tool({"--report_info"});
-  EXPECT_EQ(0, result.exit);
-  EXPECT_EQ("", result.out + result.err);
-  EXPECT_EQ(0u, Cloud().Connections());
-  std::string lines;
-  for (int i = 0; i < 6000 && lines.empty(); ++i, usleep(10000)) lines = Read("/var/log/syslog").substr(before.size());
-  EXPECT_EQ(1, std::count(lines.begin(), lines.end(), '\n')) << lines;
-  EXPECT_THAT(lines, HasSubstr("varnkivo"));
-}
-
 }  // namespace
 }  // namespace tooltest

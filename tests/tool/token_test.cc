@@ -49,10 +49,6 @@ TEST_F(ToolTest, AProgramGetsATokenInItsEnvironmentAndNowhereElse) {
   EXPECT_EQ(7, ran.exit);
   EXPECT_EQ(set.accessToken + " --json\n", ran.out.substr(0, ran.out.find('\n') + 1));
   EXPECT_THAT(ran.out.substr(ran.out.find('\n')), Not(HasSubstr(set.accessToken)));
-  const Result none = Tool({"exec", "--", "/no/such/program"});
-  EXPECT_EQ(2, none.exit);
-  EXPECT_THAT(none.err, HasSubstr("could not be run: No such file"));
-  EXPECT_EQ(2, Tool({"exec"}).exit);
 }
 
 TEST_F(ToolTest, StatusShowsTheTokensAgeAndNeverTheToken) {

@@ -32,6 +32,7 @@ struct Call {
   uid_t realUid = 0, effectiveUid = 0;
   std::string outputFile = {};  ///< stdout goes there instead
   std::string typeAfter = {};   ///< `input` is typed once the terminal has shown this
+  unsigned short columns = 0;   ///< of the terminal; 0: it does not say
 };
 
 struct Result {
@@ -46,7 +47,10 @@ class ToolProcess {
   ToolProcess& operator=(const ToolProcess&) = delete;
   ~ToolProcess();
 
+  pid_t Pid() const { return pid_; }
   void Signal(int signal) const;
+  void TypeMore(const std::string& text) const;  ///< at the terminal
+  const std::string& Shown() const { return result_.err; }
   /// Reads until the tool ends; ends it after 60 seconds.
   Result Wait();
   /// Reads until stderr, or the terminal, has shown `text`; false when it ended

@@ -43,6 +43,8 @@ ToolProcess::ToolProcess(const Call& call) : call_(call) {
     terminal_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (terminal_ < 0 || grantpt(terminal_) != 0 || unlockpt(terminal_) != 0) abort();
     slave_ = open(ptsname(terminal_), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const winsize size = {24, call.columns, 0, 0};
+    ioctl(slave_, TIOCSWINSZ, &size);
   }
   const int file = call.outputFile.empty() ? -1 : open(call.outputFile.c_str(), O_WRONLY | O_CLOEXEC);
   pid_ = fork();
@@ -84,6 +86,10 @@ void ToolProcess::Type() {
 }
 
 void ToolProcess::Signal(int signal) const { kill(pid_, signal); }
+
+void ToolProcess::TypeMore(const std::string& text) const {
+  if (write(terminal_, text.data(), text.size()) < 0) ADD_FAILURE() << "cannot type";
+}
 
 /// One poll: false when stdout and stderr have ended.
 bool ToolProcess::ReadSome() {

@@ -9,7 +9,9 @@
 #include <sstream>
 
 #include "account_state.h"
+#include "account_verbs.h"
 #include "command_line.h"
+#include "history.h"
 #include "output.h"
 #include "spinner.h"
 #include "text.h"
@@ -36,6 +38,7 @@ bool Refresh(const AccountState& before, bool json) {
     code = VARNKIVOErrGet();
   }
   if (result == 0) return ReadAccountState().lastQuery != before.lastQuery;
+  if (code == KIVO_ERR_NO_ACCOUNT) NoticeSignOut(before, code, VoiceFor(json));
   Situation situation;
   situation.doing = Situation::Doing::kQuery;
   situation.again = kAgain;
@@ -125,12 +128,9 @@ Exit RunShow(const ShowOptions& options) {
 
 }  // namespace
 
-void AddAccount(CLI::App& app, Invocation& call) {
-  CLI::App* account = app.add_subcommand("account", "The signed-in account");
-  account->require_subcommand(1);
-  account->footer("Example:\n  varnkivo account show");
+void AddAccountShow(CLI::App& account, Invocation& call) {
   auto options = std::make_shared<ShowOptions>();
-  CLI::App* show = AddVerb(*account, call, "show", "Show the stored profile; asks nobody without --refresh",
+  CLI::App* show = AddVerb(account, call, "show", "Show the stored profile; asks nobody without --refresh",
                            "varnkivo account show --refresh");
   show->add_flag("--refresh", options->refresh, "Ask the account centre first, unless it was asked within 5 minutes");
   show->add_flag("--show-secrets", options->showSecrets, "Print the auth key too");

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <utility>
 #include <vector>
@@ -50,18 +51,30 @@ std::string Unescape(const std::string& text) {
   return out;
 }
 
-std::map<std::string, std::string> Query(const std::string& address) {
-  std::map<std::string, std::string> parameters;
+using Parameters = std::multimap<std::string, std::string>;
+
+Parameters Query(const std::string& address) {
+  Parameters parameters;
   const std::size_t begin = address.find('?') + 1, end = address.find('#', begin);
   std::string rest = address.substr(begin, end - begin);
   while (!rest.empty()) {
     const std::size_t next = rest.find('&');
     const std::string pair = rest.substr(0, next);
     const std::size_t equals = pair.find('=');
-    parameters[Unescape(pair.substr(0, equals))] = equals == std::string::npos ? "" : Unescape(pair.substr(equals + 1));
+    parameters.emplace(Unescape(pair.substr(0, equals)),
+                       equals == std::string::npos ? "" : Unescape(pair.substr(equals + 1)));
     rest = next == std::string::npos ? "" : rest.substr(next + 1);
   }
   return parameters;
+}
+
+/// Empty where it is missing. Of two it would be anybody's guess which one counts.
+std::string Only(const Parameters& parameters, const std::string& name, const std::string& again) {
+  const auto found = parameters.equal_range(name);
+  if (found.first == found.second) return "";
+  if (std::next(found.first) != found.second)
+    throw UsageFailure("That address has \"" + name + "\" more than once.", again);
+  return found.first->second;
 }
 
 std::string Trimmed(const std::string& text) {
@@ -117,19 +130,20 @@ std::string CodeFromPasted(const std::string& pasted, const std::string& state, 
       throw UsageFailure("That is neither the address that the browser was led to nor a code.", again);
     return text;
   }
-  auto parameters = Query(text);
-  if (parameters["state"] != state)
+  const Parameters parameters = Query(text);
+  if (Only(parameters, "state", again) != state)
     throw UsageFailure("That address belongs to another sign-in: its \"state\" is not the one of this one.", again);
-  if (!parameters["error"].empty()) {
+  const std::string error = Only(parameters, "error", again), code = Only(parameters, "code", again);
+  if (!error.empty()) {
     throw Failure{kRefused,
                   std::nullopt,
-                  "The account centre's page answered \"" + parameters["error"] + "\".",
+                  "The account centre's page answered \"" + error + "\".",
                   Retry::kNo,
                   "Nothing; nothing was stored.",
                   again};
   }
-  if (parameters["code"].empty()) throw UsageFailure("That address has no code in it.", again);
-  return parameters["code"];
+  if (code.empty()) throw UsageFailure("That address has no code in it.", again);
+  return code;
 }
 
 }  // namespace kivotool

@@ -1,106 +1,134 @@
-// The sign-in by browser. Nothing is stored before the code has come back, so that an interruption leaves nothing
-// behind.
+// The sign-in by browser. Nothing is stored before the code has come back. What is stored from then on is taken back
+// where the sign-in fails or is interrupted, as long as nobody was signed in before.
 #include "browser_login.h"
 
-#include <poll.h>
-#include <sys/wait.h>
+#include <langinfo.h>
+#include <locale.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 #include <varnkivo/account_pkce_service.h>
 #include <varnkivo/kivo_exception.h>
 
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include "account_state.h"
+#include "apart.h"
 #include "authorization.h"
+#include "device_files.h"
 #include "failure.h"
+#include "open_browser.h"
 #include "output.h"
+#include "paste.h"
 #include "qr_code.h"
 #include "spinner.h"
+#include "token_state.h"
 
 namespace kivotool {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr char kAgain[] = "varnkivo login";
 constexpr int kSeconds = 4 * 30 + 31;  // code, token, auth key, then the query
-constexpr int kMinutes = 10;           // as long as the account centre keeps a sign-in open
-constexpr std::size_t kLongestLine = 16384;
-constexpr char kPrompt[] = "Then paste the address that it leads to, or the code it shows: ";
+constexpr int kUsualColumns = 80;
 
-/// Opens the address where there is a display; says nothing where that does not work, as the address is on the screen.
-void OpenBrowser(const std::string& address) {
-  if ((!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY")) || !isatty(STDIN_FILENO)) return;
-  const pid_t child = fork();
-  if (child == 0) {
-    if (fork() == 0) {  // nobody's child: it lives as long as it likes
-      setsid();
-      for (const int file : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(file);
-      execlp("xdg-open", "xdg-open", address.c_str(), nullptr);
-    }
-    _exit(0);
-  }
-  if (child > 0) waitpid(child, nullptr, 0);
+bool CharacterSetIsUtf8() {
+  const locale_t locale = newlocale(LC_CTYPE_MASK, "", nullptr);
+  if (!locale) return false;
+  const bool is = std::strcmp(nl_langinfo_l(CODESET, locale), "UTF-8") == 0;
+  freelocale(locale);
+  return is;
+}
+
+int Columns() {
+  winsize size{};
+  return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsualColumns;
+}
+
+void ShowQrCode(const std::string& address) {
+  const char* obstacle = CharacterSetIsUtf8() ? nullptr : "the terminal's character set is not UTF-8";
+  const QrCode code(address);
+  if (!obstacle && code.Width() == 0) obstacle = "the address is too long for one";
+  if (!obstacle && code.Width() > Columns()) obstacle = "the terminal is too narrow for it";
+  if (obstacle)
+    std::fprintf(stderr, "(There is no QR code here: %s.)\n\n", obstacle);
+  else
+    std::fprintf(stderr, "%s\n", code.Picture().c_str());
 }
 
 void ShowAddress(const std::string& address) {
   std::fprintf(stderr, "Open this address in a browser, here or on your phone, and sign in:\n\n  %s\n\n",
                address.c_str());
-  if (StderrIsLively()) std::fprintf(stderr, "%s\n", QrCode(address).c_str());
-  std::fprintf(stderr, "You have %d minutes. %s", kMinutes, kPrompt);
+  if (StderrIsLively()) ShowQrCode(address);
+  std::fprintf(stderr, "You have %d minutes. %s", kMinutesToPaste, kPastePrompt);
   std::fflush(stderr);
 }
 
-[[noreturn]] void TooLate() {
-  throw Failure{kFailed,
-                std::nullopt,
-                "Nothing came back within " + std::to_string(kMinutes) + " minutes.",
-                Retry::kYes,
-                "Nothing; nothing was stored.",
-                kAgain};
+/// How a sign-in that failed has left the device.
+std::string DeviceNow(const AccountState& before) {
+  const AccountState now = ReadAccountState();
+  const bool was = before.signIn == SignIn::kSignedIn, is = now.signIn == SignIn::kSignedIn;
+  if (was && !is)
+    return "It has removed the account record, that of the earlier sign-in too: nobody is signed in now. Tokens stay "
+           "until the next sign-in or sign-out.";
+  if (was && now.userId == before.userId)
+    return "Nothing; who was signed in before still is, but its token may be of this sign-in.";
+  if (is) return "It is signed in, as this sign-in has stored it.";
+  const bool left = LookAt(kRecordPath).exists || LookAt(TokenPath("lum")).exists;
+  return left ? "What this sign-in had stored could not all be removed." : "Nothing; nobody is signed in, as before.";
 }
 
-/// Waits for input, and on a terminal says each minute how long is left.
-void AwaitInput(Clock::time_point end) {
-  pollfd input = {STDIN_FILENO, POLLIN, 0};
-  for (;;) {
-    const auto left = std::chrono::duration_cast<std::chrono::seconds>(end - Clock::now()).count();
-    if (left <= 0) TooLate();
-    const int wait = static_cast<int>(left % 60 == 0 ? 60 : left % 60);
-    const int ready = poll(&input, 1, wait * 1000);
-    if (ready > 0) return;
-    if (ready == 0 && isatty(STDIN_FILENO)) std::fprintf(stderr, "\n(%lld min left) %s", (left - wait) / 60LL, kPrompt);
-  }
+/// The library has one code for an answer that never came and for a code that was refused; its text tells them apart.
+bool CodeWasRefused(const varnkivo::KivoException& error) {
+  return error.GetCode() == KIVO_ERR_RESPONSE &&
+         std::string(error.what()).rfind("Failed to exchange token, code=400,", 0) == 0;
 }
 
-/// One line, byte by byte: what follows may be for somebody else.
-std::string ReadLine() {
-  const auto end = Clock::now() + std::chrono::minutes(kMinutes);
-  std::string line;
-  char c = 0;
-  while (line.size() < kLongestLine) {
-    AwaitInput(end);
-    if (read(STDIN_FILENO, &c, 1) != 1 || c == '\n') break;
-    line += c;
+Failure LoginFailure(const varnkivo::KivoException& error) {
+  Failure failure = Explain(error.GetCode(), {Situation::Doing::kBrowserLogin, kAgain, error.what(), ""});
+  if (!CodeWasRefused(error)) return failure;
+  failure.exit = kRefused;
+  failure.cause = "The account centre did not take the code: mistyped, used before, or older than ten minutes.";
+  failure.retry = Retry::kPerhaps;
+  return failure;
+}
+
+/// Half a sign-in is worth nothing: a token without a record, or a record without its auth key.
+void TakeBack() {
+  if (ReadAccountState().signIn != SignIn::kSignedIn) varnkivo::AccountPkceService().LogoutLocal();
+}
+
+void LogIn(const varnkivo::ParamPkceLogin& param, bool quiet) {
+  const AccountState before = ReadAccountState();  // as it is now: minutes have passed since the tool was started
+  const bool nobody = before.signIn != SignIn::kSignedIn;
+  Failure failure;
+  try {
+    const Spinner spinner("Signing in", kSeconds, !quiet);
+    const auto takeBack = [&] {
+      if (nobody) varnkivo::AccountPkceService().LogoutLocal();
+    };
+    return RunApart([&] { varnkivo::AccountPkceService().Login(param); }, takeBack);
+  } catch (const varnkivo::KivoException& error) {
+    failure = LoginFailure(error);
+  } catch (const std::exception& error) {
+    failure = {kFailed, std::nullopt, std::string("Unexpected: ") + error.what(), Retry::kPerhaps, "", kAgain};
   }
-  return line;
+  if (nobody) TakeBack();
+  failure.deviceNext = DeviceNow(before);
+  throw failure;
 }
 
 }  // namespace
 
-Json::Value SignInByBrowser(bool quiet) {
+void SignInByBrowser(bool quiet) {
   try {
-    const varnkivo::AccountPkceService service;
-    const Json::Value config = service.GetLoginPkceConfig();
+    const Json::Value config = varnkivo::AccountPkceService().GetLoginPkceConfig();
     const AuthorizationRequest request = NewAuthorizationRequest();
     const std::string address = AuthorizationUrl(config, request);
     ShowAddress(address);
     OpenBrowser(address);
-    const std::string code = CodeFromPasted(ReadLine(), request.state, kAgain);
-    const Spinner spinner("Signing in", kSeconds, !quiet);
-    return service.Login({"", code, request.verifier, config["login_redirect_uri"].asString()});
+    const std::string code = PastedCode(request.state, kAgain);
+    LogIn({"", code, request.verifier, config["login_redirect_uri"].asString()}, quiet);
   } catch (const varnkivo::KivoException& error) {
     throw Explain(error.GetCode(), {Situation::Doing::kBrowserLogin, kAgain, error.what(), ""});
   }

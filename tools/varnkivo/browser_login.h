@@ -1,12 +1,11 @@
-// Signs in through a page of the account centre: the person opens it anywhere, and hands back where it led.
+// The sign-in by browser: the person signs in on the account centre's own page and brings back what that shows.
 #pragma once
-
-#include <json/json.h>
 
 namespace kivotool {
 
-/// Prints the address on stderr, reads what was pasted from standard input, and signs the device in. Returns the
-/// account.
-Json::Value SignInByBrowser(bool quiet);
+/// Prints the address, as a QR code too, opens it where there is a display, waits for the code and signs in with it.
+/// `quiet`: no spinner. Throws Failure; an interruption or a failure leaves the device as it was where nobody was
+/// signed in before.
+void SignInByBrowser(bool quiet);
 
 }  // namespace kivotool

@@ -117,6 +117,7 @@ void DefineCommandLine(CLI::App& app, Invocation& call) {
   AddWhoami(app, call);
   AddIsSignedIn(app, call);
   AddAccount(app, call);
+  AddReport(app, call);
   AddPaths(app, call);
   AddVersion(app, call);
   AddReportInfo(app, call);

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "failure.h"
 
@@ -13,6 +14,8 @@ namespace kivotool {
 /// What the command line asked for; a verb's callback fills `run`, main calls it.
 struct Invocation {
   bool json = false;
+  std::vector<std::string> program;  ///< every word after the first "--", as it came
+  bool takesProgram = false;         ///< set by the verb that wants them
   std::function<Exit()> run;
 };
 
@@ -25,6 +28,7 @@ void AddStatus(CLI::App& app, Invocation& call);
 void AddWhoami(CLI::App& app, Invocation& call);
 void AddIsSignedIn(CLI::App& app, Invocation& call);
 void AddAccount(CLI::App& app, Invocation& call);
+void AddReport(CLI::App& app, Invocation& call);
 void AddPaths(CLI::App& app, Invocation& call);
 void AddVersion(CLI::App& app, Invocation& call);
 void AddReportInfo(CLI::App& app, Invocation& call);

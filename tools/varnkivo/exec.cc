@@ -1,5 +1,6 @@
 // `exec`: runs a program with a fresh token in its environment, so that no script has to hold one. The token is in the
-// environment of that program alone: not in ours, not in an argument, not in a file.
+// environment of that program alone: not in ours, not in an argument, not in a file. The program runs with the rights
+// of the user who named it, whatever rights the tool has.
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,10 +11,14 @@
 #include "command_line.h"
 #include "device_token.h"
 #include "failure.h"
+#include "rights.h"
 #include "text.h"
 
 namespace kivotool {
 namespace {
+
+constexpr char kVariable[] = "VARNKIVO_ACCESS_TOKEN";
+constexpr char kNotRun[] = "Nothing; the program was not run.";
 
 struct ExecOptions {
   std::vector<std::string> command;
@@ -26,14 +31,26 @@ struct ExecOptions {
   for (std::string& word : command) words.push_back(word.data());
   words.push_back(nullptr);
   execvp(words[0], words.data());
-  const std::string reason = std::strerror(errno);
-  unsetenv("VARNKIVO_ACCESS_TOKEN");
-  throw UsageFailure("\"" + command[0] + "\" could not be run: " + reason + ".", "varnkivo exec --help");
+  const int error = errno;
+  unsetenv(kVariable);
+  throw Failure{error == ENOENT ? kNoProgram : kNotRunnable,
+                std::nullopt,
+                "\"" + command[0] + "\" could not be run: " + std::strerror(error) + ".",
+                Retry::kNo,
+                kNotRun,
+                "varnkivo exec --help"};
 }
 
 Exit RunExec(ExecOptions& options) {
-  const std::string token = FetchDeviceToken(false, "varnkivo exec -- " + ShellWord(options.command[0]), options.json);
-  setenv("VARNKIVO_ACCESS_TOKEN", token.c_str(), 1);
+  if (options.command.empty())
+    throw UsageFailure("No program was given: it and its arguments follow \"--\".", "varnkivo exec --help");
+  const std::string again = "varnkivo exec -- " + ShellWord(options.command[0]);
+  const std::string token = FetchDeviceToken(false, again, options.json);
+  if (!DropRaisedRights())
+    throw Failure{kPermission, std::nullopt, "The tool's raised rights could not be given up.",
+                  Retry::kNo,  kNotRun,      "sudo " + again};
+  unsetenv(kVariable);  // setenv() changes one of two with the same name, and the program may read the other
+  setenv(kVariable, token.c_str(), 1);
   Become(options.command);
 }
 
@@ -42,12 +59,15 @@ Exit RunExec(ExecOptions& options) {
 void AddExec(CLI::App& app, Invocation& call) {
   auto options = std::make_shared<ExecOptions>();
   CLI::App* verb =
-      AddVerb(app, call, "exec", "Run a program with a valid access token in VARNKIVO_ACCESS_TOKEN",
-              "varnkivo exec -- sh -c 'curl -H @- URL <<< \"Authorization: Bearer $VARNKIVO_ACCESS_TOKEN\"'\n\n"
-              "Ends with the program's own exit code.");
-  verb->add_option("command", options->command, "The program and its arguments, after --")->required();
+      AddVerb(app, call, "exec", "Run the program after \"--\", with a valid access token in VARNKIVO_ACCESS_TOKEN",
+              "varnkivo exec -- sh -c 'echo \"Authorization: Bearer $VARNKIVO_ACCESS_TOKEN\" | curl -H @- URL'\n\n"
+              "Ends with the program's own exit code; with 127 where there is no such program, and 126 where it cannot "
+              "be run.");
+  verb->get_option("--json")->description("An error of the tool is one JSON object on stderr");
   verb->callback([options, &call] {
     options->json = call.json;
+    options->command = call.program;
+    call.takesProgram = true;
     call.run = [options] { return RunExec(*options); };
   });
 }

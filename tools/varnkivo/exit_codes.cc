@@ -62,6 +62,10 @@ const char* ExitName(Exit exit) {
       return "not_provisioned";
     case kAlready:
       return "already";
+    case kNotRunnable:
+      return "not_runnable";
+    case kNoProgram:
+      return "no_program";
     case kInterrupted:
       return "interrupted";
   }

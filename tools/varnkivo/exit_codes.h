@@ -17,6 +17,8 @@ enum Exit : int {
   kPermission = 7,
   kNotProvisioned = 8,  ///< serial number, MAC address or API key
   kAlready = 9,         ///< it is so already, and --strict was given
+  kNotRunnable = 126,   ///< `exec`: as the shell has it
+  kNoProgram = 127,     ///< `exec`: as the shell has it
   kInterrupted = 130,
 };
 

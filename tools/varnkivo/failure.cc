@@ -40,6 +40,9 @@ constexpr Words kWords[] = {
     {KIVO_ERR_SERIAL, Retry::kNo, "The device's serial number could not be read.", nullptr, "varnkivo paths"},
     {KIVO_ERR_AUTH, Retry::kNo, "The account centre refused this e-mail and password.", nullptr, nullptr},
     {KIVO_ERR_NETWORK, Retry::kYes, "The network failed between the device and the account centre.", nullptr, nullptr},
+    {KIVO_ERR_ACCOUNT_IN_USE, Retry::kNo, "An account with this e-mail address exists already.", nullptr, kAnyLogin},
+    {KIVO_ERR_ACCOUNT_LIMIT, Retry::kPerhaps,
+     "This device has registered as many accounts as the account centre allows.", nullptr, kAnyLogin},
     {KIVO_ERR_ACCOUNT_UNVERIFIED, Retry::kPerhaps,
      "The account's e-mail address is not confirmed yet: follow the link in the mail the account centre sent.", nullptr,
      nullptr},
@@ -77,6 +80,13 @@ const char* NextByDefault(Doing doing) {
       return "It keeps what it has, and tries again when the next program asks for a token.";
     case Doing::kLogout:
       return "Nothing; it stays signed in, and no file was removed.";
+    case Doing::kReport:
+      return "It reports again at the next time of its schedule.";
+    case Doing::kRegister:
+      return "Nothing; registering changes nothing on the device.";
+    case Doing::kChange:
+    case Doing::kChangeWithPassword:
+      return "Nothing; it keeps the stored profile, and stays signed in.";
   }
   return kNothingChanged;
 }
@@ -99,9 +109,48 @@ Failure Busy(int code, const Situation& situation) {
           situation.again};
 }
 
+bool IsReportOrChange(Doing doing) {
+  return doing == Doing::kReport || doing == Doing::kRegister || doing == Doing::kChange ||
+         doing == Doing::kChangeWithPassword;
+}
+
+/// What a refusal means to a report and to changes of the account, and to a request for a new one.
+void SharpenRefusal(Failure& failure, int code, const Situation& situation) {
+  if (code == KIVO_ERR_ACCOUNT_NOT_FOUND) {
+    failure.cause = "The account no longer exists at the account centre.";
+    failure.run = kAnyLogin;
+  } else if (situation.doing == Doing::kRegister) {
+    failure.cause = "The account centre does not accept this device's token.";
+    failure.run = "varnkivo paths";
+  } else if (situation.doing == Doing::kChangeWithPassword) {
+    failure.cause =
+        "The account centre refused: the current password is wrong, or it no longer accepts this device's sign-in.";
+  } else {
+    failure.cause = "The account centre no longer accepts this device's sign-in.";
+    failure.run = situation.doing == Doing::kReport ? kAnyLogin : "varnkivo account show --refresh";
+  }
+}
+
+/// The time zone is the one step that leaves no code of its own.
+void SharpenReportOrChange(Failure& failure, int code, const Situation& situation) {
+  if (code == KIVO_ERR_AUTH || code == KIVO_ERR_ACCOUNT_NOT_FOUND) SharpenRefusal(failure, code, situation);
+  if (code == KIVO_ERR_SUCCESS) failure.cause = "The device's time zone could not be read.";
+  if (code == KIVO_ERR_TOKEN) failure.cause = "The device token could not be made.";
+  if (code == KIVO_ERR_TOKEN) failure.run = kLog;
+  if (code == KIVO_ERR_SYSTEM) {
+    failure.cause =
+        "Memory ran out, the time zone is unknown, or the account centre reported a fault of its own (\"badsys\").";
+    failure.retry = Retry::kPerhaps;
+    failure.run = kLog;
+  }
+  if (code == KIVO_ERR_ACCOUNT_IN_USE && situation.doing == Doing::kChangeWithPassword) failure.run = situation.again;
+}
+
 /// The same library code can mean more than one thing; here is what the situation tells apart.
 void Sharpen(Failure& failure, int code, const Situation& situation) {
-  if (code == KIVO_ERR_SYSTEM && situation.serverAnswer.rfind("badsys", 0) == 0) {
+  if (IsReportOrChange(situation.doing)) {
+    SharpenReportOrChange(failure, code, situation);
+  } else if (code == KIVO_ERR_SYSTEM && situation.serverAnswer.rfind("badsys", 0) == 0) {
     failure.cause = "The account centre reported a fault of its own (\"badsys\").";
     failure.retry = Retry::kYes;
     failure.run = situation.again;
@@ -158,12 +207,14 @@ Failure Explain(int code, const Situation& situation) {
     Sharpen(failure, code, situation);
     return failure;
   }
-  return {ExitFromLibrary(code, situation.text, caller),
-          code,
-          std::string("The operation failed: ") + GetKivoErrorMsg(code) + ".",
-          Retry::kPerhaps,
-          NextByDefault(situation.doing),
-          kLog};
+  Failure failure{ExitFromLibrary(code, situation.text, caller),
+                  code,
+                  std::string("The operation failed: ") + GetKivoErrorMsg(code) + ".",
+                  Retry::kPerhaps,
+                  NextByDefault(situation.doing),
+                  kLog};
+  Sharpen(failure, code, situation);
+  return failure;
 }
 
 std::string ToJsonLine(const Failure& failure) {

@@ -27,7 +27,19 @@ Failure NotSignedInFailure();
 
 /// What was going on when a library call failed.
 struct Situation {
-  enum class Doing { kReadingRecord, kPasswordLogin, kKeyLogin, kBrowserLogin, kQuery, kToken, kLogout };
+  enum class Doing {
+    kReadingRecord,
+    kPasswordLogin,
+    kKeyLogin,
+    kBrowserLogin,
+    kQuery,
+    kToken,
+    kLogout,
+    kReport,
+    kRegister,
+    kChange,              ///< of the account, without its password
+    kChangeWithPassword,  ///< of e-mail address or password
+  };
   Doing doing = Doing::kReadingRecord;
   std::string again;         ///< the command line that repeats the operation
   std::string text;          ///< of the exception, if there was one

@@ -2,6 +2,7 @@
 // beforehand, and the process leaves by _exit, so that no destructor runs in the middle of a library call.
 #include "interrupt.h"
 
+#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +19,7 @@ volatile std::sig_atomic_t gTerminal = -1;
 volatile std::sig_atomic_t gDrawing = 0;
 pid_t gMainProcess = 0;
 termios gSaved;
+sigset_t gCaught;  // empty until the handlers are installed
 
 void RestoreTerminal() {
   if (gTerminal >= 0) tcsetattr(gTerminal, TCSANOW, &gSaved);
@@ -43,10 +45,13 @@ void CatchInterrupts(const std::string& message) {
   struct sigaction action {};
   action.sa_handler = Interrupted;
   sigfillset(&action.sa_mask);
+  sigemptyset(&gCaught);
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction present {};
     // nohup and the like have their way: what is ignored stays ignored
-    if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
+    if (sigaction(signal, nullptr, &present) != 0 || present.sa_handler == SIG_IGN) continue;
+    sigaction(signal, &action, nullptr);
+    sigaddset(&gCaught, signal);
   }
 }
 
@@ -63,6 +68,18 @@ EchoOff::~EchoOff() {
   RestoreTerminal();
   gTerminal = -1;
 }
+
+InterruptsHeld::InterruptsHeld() {
+  sigprocmask(SIG_BLOCK, &gCaught, &before_);
+  descriptor_ = signalfd(-1, &gCaught, SFD_CLOEXEC);
+}
+
+InterruptsHeld::~InterruptsHeld() {
+  close(descriptor_);
+  sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+void InterruptsHeld::ReleaseInChild() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
 
 void SetDrawingProcess(int pid) { gDrawing = pid; }
 

@@ -2,6 +2,7 @@
 // The state is process-wide, because a signal handler has nothing else to hold on to.
 #pragma once
 
+#include <signal.h>
 #include <termios.h>
 
 #include <string>
@@ -18,6 +19,22 @@ class EchoOff {
   EchoOff(const EchoOff&) = delete;
   EchoOff& operator=(const EchoOff&) = delete;
   ~EchoOff();
+};
+
+/// While one is alive the signals wait. At its end they strike.
+class InterruptsHeld {
+ public:
+  InterruptsHeld();
+  InterruptsHeld(const InterruptsHeld&) = delete;
+  InterruptsHeld& operator=(const InterruptsHeld&) = delete;
+  ~InterruptsHeld();
+
+  int Descriptor() const { return descriptor_; }  ///< readable once one has come; never to be read
+  void ReleaseInChild() const;                    ///< for a child that has been forked meanwhile
+
+ private:
+  sigset_t before_;
+  int descriptor_;
 };
 
 /// The process that draws the spinner, to be ended before the message is shown; 0: none.

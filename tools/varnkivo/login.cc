@@ -16,6 +16,7 @@
 #include "command_line.h"
 #include "confirm.h"
 #include "failure.h"
+#include "history.h"
 #include "output.h"
 #include "secrets.h"
 #include "spinner.h"
@@ -60,10 +61,7 @@ void CheckOptions(const LoginOptions& options) {
   }
   const std::string& name = options.key ? options.userId : options.email;
   if (name.empty()) throw UsageFailure("--user-id is missing.", kHelp);
-  for (const char c : name) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) throw UsageFailure("A name cannot hold control characters.", kHelp);
-  }
+  if (HasControls(name)) throw UsageFailure("A name cannot hold control characters.", kHelp);
 }
 
 bool SameEmail(const std::string& a, const std::string& b) { return strcasecmp(a.c_str(), b.c_str()) == 0; }
@@ -114,7 +112,7 @@ Json::Value CallLibrary(const LoginOptions& options) {
   int result = -1, code = 0;
   {
     const Spinner spinner((options.verifyOnly ? "Trying the password of " : "Signing in as ") + who,
-                          options.key ? kQuerySeconds : kPasswordSeconds, !options.json, &secret);
+                          options.key ? kQuerySeconds : kPasswordSeconds, !options.json, {&secret});
     VARNKIVOErrSet(KIVO_ERR_SUCCESS);
     result = options.key ? VARNKIVOAccountLoginByKey(options.userId.c_str(), secret.c_str(), response)
                          : VARNKIVOAccountLogin(options.email.c_str(), secret.c_str(), response, options.verifyOnly);
@@ -145,6 +143,7 @@ std::string ProfileNote(const AccountState& before, const AccountState& state) {
 Outcome SignedIn(const LoginOptions& options, const AccountState& before) {
   const AccountState state = ReadAccountState();
   if (state.signIn != SignIn::kSignedIn) {
+    NoticeSignOut(before, KIVO_ERR_NO_ACCOUNT, VoiceFor(options.json));
     throw Failure{kRefused,
                   std::nullopt,
                   "The account centre gave a sign-in and refused it again a moment later.",
@@ -189,8 +188,14 @@ Exit RunLogin(const LoginOptions& options) {
                 "); if the key cannot be checked, that sign-in is removed too.",
             options.yes, options.Again() + " --yes");
   }
-  const Json::Value response = options.Browser() ? SignInByBrowser(options.json) : CallLibrary(options);
-  Print(options.verifyOnly ? Verified(options, response) : SignedIn(options, before), options.json);
+  Json::Value response;
+  if (options.Browser())
+    SignInByBrowser(options.json);
+  else
+    response = CallLibrary(options);
+  const Outcome outcome = options.verifyOnly ? Verified(options, response) : SignedIn(options, before);
+  if (!options.verifyOnly) EndSignOutNotice(VoiceFor(options.json));
+  Print(outcome, options.json);
   return kDone;
 }
 

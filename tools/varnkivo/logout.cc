@@ -12,6 +12,7 @@
 #include "confirm.h"
 #include "device_files.h"
 #include "failure.h"
+#include "history.h"
 #include "output.h"
 #include "spinner.h"
 #include "text.h"
@@ -97,6 +98,7 @@ Exit RunLogout(const LogoutOptions& options) {
   } catch (const std::bad_cast&) {  // a token whose lifetime is no number
     throw LogoutFailure(KIVO_ERR_TOKEN, "", options);
   }
+  if (!already) EndSignOutNotice(VoiceFor(options.json));
   RequireNothingLeft();
   Print(options, before, already);
   return kDone;

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -29,6 +30,13 @@ void OccupyStandardDescriptors() {
   }
 }
 
+/// How many words come before the first "--". What follows is another program's and is looked at by nobody here.
+int OwnWords(int argc, char** argv) {
+  int count = 1;
+  while (count < argc && std::strcmp(argv[count], "--") != 0) ++count;
+  return std::min(count, argc);
+}
+
 /// Before parsing, because a command line that does not parse is an error of JSON mode too.
 bool WantsJson(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
@@ -46,26 +54,29 @@ Failure InterruptedFailure() {
           "varnkivo status"};
 }
 
-Exit Run(int argc, char** argv, bool json) {
+Exit Run(int own, int argc, char** argv, bool json) {
   CLI::App app;
   kivotool::Invocation call;
+  if (own < argc) call.program.assign(argv + own + 1, argv + argc);
   kivotool::DefineCommandLine(app, call);
   try {
-    app.parse(argc, argv);
+    app.parse(own, argv);
   } catch (const CLI::Success& wish) {  // --help, --version
     app.exit(wish);
     return kivotool::kDone;
   } catch (const CLI::ParseError& error) {
-    throw kivotool::ExplainMistake(app, error, argc, argv);
+    throw kivotool::ExplainMistake(app, error, own, argv);
   }
   if (!call.run) throw kivotool::UsageFailure("No verb was given.", "varnkivo --help");
+  if (own < argc && !call.takesProgram)
+    throw kivotool::UsageFailure("\"--\" is not expected here: this verb runs no program.", "varnkivo exec --help");
   kivotool::CatchInterrupts(json ? kivotool::ToJsonLine(InterruptedFailure()) + "\n" : "varnkivo: interrupted\n");
   return call.run();
 }
 
-Exit Guarded(int argc, char** argv, bool json) {
+Exit Guarded(int own, int argc, char** argv, bool json) {
   try {
-    return Run(argc, argv, json);
+    return Run(own, argc, argv, json);
   } catch (const Failure& failure) {
     kivotool::Report(failure, json);
     return failure.exit;
@@ -82,8 +93,9 @@ Exit Guarded(int argc, char** argv, bool json) {
 int main(int argc, char** argv) {
   OccupyStandardDescriptors();
   kivotool::DropUntrustedEnvironment();
-  const bool json = WantsJson(argc, argv);
-  const Exit exit = Guarded(argc, argv, json);
+  const int own = OwnWords(argc, argv);
+  const bool json = WantsJson(own, argv);
+  const Exit exit = Guarded(own, argc, argv, json);
   if (kivotool::StdoutIsWhole()) return exit;
   kivotool::Report({kivotool::kFailed, std::nullopt, "The output could not be written.", kivotool::Retry::kPerhaps,
                     "Nothing.", "varnkivo status"},

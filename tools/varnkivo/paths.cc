@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "command_line.h"
+#include "history.h"
 #include "output.h"
 
 namespace kivotool {
@@ -19,6 +20,7 @@ struct Place {
 constexpr Place kPlaces[] = {
     {"record", kRecordPath, "the account record; secret"},
     {"job", kJobPath, "the scheduled report"},
+    {"history", kHistoryPath, "the last report and the last forced sign-out"},
     {"api_key", "/usr/varn/etc/varnholt-account/private/api_key", "the device's API key; secret"},
     {"query_lock", "/tmp/account_query_info.lock", "held while the account centre is asked"},
     {"settings", "/etc/varninfo.conf", "language, and kivo_disable_report"},

@@ -22,18 +22,17 @@ bool IsLight(const QRcode& code, int x, int y) {
 
 }  // namespace
 
-std::string QrCode(const std::string& text) {
+QrCode::QrCode(const std::string& text) {
   const std::unique_ptr<QRcode, CodeFree> code(QRcode_encodeString8bit(text.c_str(), 0, QR_ECLEVEL_L));
-  std::string picture;
-  if (!code) return picture;
+  if (!code) return;
+  width_ = code->width + 2 * kBorder;
   for (int y = -kBorder; y < code->width + kBorder; y += 2) {
     for (int x = -kBorder; x < code->width + kBorder; ++x) {
       const bool upper = IsLight(*code, x, y), lower = IsLight(*code, x, y + 1);
-      picture += upper ? (lower ? "\u2588" : "\u2580") : (lower ? "\u2584" : " ");
+      picture_ += upper ? (lower ? "\u2588" : "\u2580") : (lower ? "\u2584" : " ");
     }
-    picture += '\n';
+    picture_ += '\n';
   }
-  return picture;
 }
 
 }  // namespace kivotool

@@ -5,7 +5,17 @@
 
 namespace kivotool {
 
-/// Two rows of dots a line, with a quiet border; empty where the text is too long for a QR code.
-std::string QrCode(const std::string& text);
+class QrCode {
+ public:
+  explicit QrCode(const std::string& text);
+
+  /// Two rows of dots a line, with a quiet border, in UTF-8; empty where the text is too long for a QR code.
+  const std::string& Picture() const { return picture_; }
+  int Width() const { return width_; }  ///< in columns of the terminal
+
+ private:
+  std::string picture_;
+  int width_ = 0;
+};
 
 }  // namespace kivotool

@@ -22,7 +22,7 @@ class Secret {
   void Wipe();
 
  private:
-  friend void ReadSecretFrom(int, const std::string&, Secret&);
+  friend void ReadSecretFrom(int, const std::string&, Secret&, const std::string&, bool);
   std::array<char, kMaximum + 1> bytes_{};
 };
 
@@ -30,7 +30,9 @@ struct SecretSource {
   const char* what;            ///< "password" or "auth key"
   const char* credentialName;  ///< the file in $CREDENTIALS_DIRECTORY
   bool fromStdin = false;
-  std::string file;  ///< empty: none given
+  std::string file = {};                       ///< empty: none given
+  std::string help = "varnkivo login --help";  ///< the command that a mistake leads to
+  bool twice = false;                          ///< a prompt asks again and compares: for a new secret
 };
 
 /// Fills `secret` by the first of: stdin or the file, as the options say; the service manager's credential; a prompt
@@ -38,7 +40,11 @@ struct SecretSource {
 /// line, and a permission Failure when others than its owner can read the file.
 void ReadSecret(const SecretSource& source, Secret& secret);
 
-/// Reads the secret from an open descriptor; a newline at its end is not part of it. `where` is for the failure.
-void ReadSecretFrom(int descriptor, const std::string& where, Secret& secret);
+/// Reads the secret from an open descriptor; a newline at its end is not part of it. `where` and `help` are for the
+/// failure. With `lineOnly` the first line alone: what follows it stays to be read.
+void ReadSecretFrom(int descriptor, const std::string& where, Secret& secret, const std::string& help,
+                    bool lineOnly = false);
+/// Asks on the terminal without echo, as ReadSecret does; `twice` for a new secret.
+void PromptForSecret(const char* what, Secret& secret, const std::string& help, bool twice);
 
 }  // namespace kivotool

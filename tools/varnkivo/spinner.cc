@@ -25,8 +25,8 @@ std::string Span(int seconds) {
   return seconds < 120 ? std::to_string(seconds) + " s" : std::to_string((seconds + 59) / 60) + " min";
 }
 
-[[noreturn]] void Draw(const std::string& what, int limitSeconds, int parent, Secret* inherited) {
-  if (inherited) inherited->Wipe();
+[[noreturn]] void Draw(const std::string& what, int limitSeconds, int parent, const std::vector<Secret*>& inherited) {
+  for (Secret* secret : inherited) secret->Wipe();
   for (const int signal : {SIGINT, SIGTERM, SIGHUP})
     std::signal(signal, SIG_IGN);  // the parent ends us, after its word
   prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -43,7 +43,7 @@ std::string Span(int seconds) {
 
 }  // namespace
 
-Spinner::Spinner(const std::string& what, int limitSeconds, bool allowed, Secret* inherited) {
+Spinner::Spinner(const std::string& what, int limitSeconds, bool allowed, const std::vector<Secret*>& inherited) {
   if (!allowed || !StderrIsLively()) return;
   const int parent = getpid();
   const std::string shown = Printable(what);

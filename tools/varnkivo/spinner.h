@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace kivotool {
 
@@ -11,9 +12,9 @@ class Secret;
 
 class Spinner {
  public:
-  /// `allowed` false (JSON mode): never drawn. `limitSeconds` is what the call can take at most. `inherited` is wiped
-  /// in the drawing process, not in this one.
-  Spinner(const std::string& what, int limitSeconds, bool allowed, Secret* inherited = nullptr);
+  /// `allowed` false (JSON mode): never drawn. `limitSeconds` is what the call can take at most. `inherited` are
+  /// wiped in the drawing process, not in this one.
+  Spinner(const std::string& what, int limitSeconds, bool allowed, const std::vector<Secret*>& inherited = {});
   Spinner(const Spinner&) = delete;
   Spinner& operator=(const Spinner&) = delete;
   ~Spinner();

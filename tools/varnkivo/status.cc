@@ -9,6 +9,7 @@
 #include "command_line.h"
 #include "cron_schedule.h"
 #include "device_files.h"
+#include "history.h"
 #include "output.h"
 #include "text.h"
 #include "token_state.h"
@@ -22,6 +23,7 @@ struct Status {
   FileFacts record, jobFile;
   std::string jobLine;
   std::int64_t nextRun = 0;  // 0: not known
+  History history;
   std::string accountHost, identityHost, paymentHost;
 };
 
@@ -33,6 +35,8 @@ Status Gather(std::int64_t now) {
   status.jobFile = LookAt(kJobPath);
   status.jobLine = ReadJobLine();
   status.nextRun = NextRun(status.jobLine, now);
+  status.history = ReadHistory();
+  status.history.signOut.current &= status.account.signIn != SignIn::kSignedIn;
   const varnkivo::ServerInfo hosts;
   status.accountHost = hosts.GetAccountHost();
   status.identityHost = hosts.GetIdentityHost();
@@ -59,6 +63,12 @@ Json::Value JobJson(const Status& status) {
   return out;
 }
 
+Json::Value ForcedSignOutJson(const ForcedSignOut& signOut) {
+  Json::Value out = SignOutJson(signOut);
+  out["cause"] = signOut.time > 0 ? Json::Value(SignOutReason(signOut.code)) : Json::Value();
+  return out;
+}
+
 void PrintJson(const Status& status, std::int64_t now) {
   const AccountState& account = status.account;
   const bool signedIn = account.signIn == SignIn::kSignedIn;
@@ -72,6 +82,8 @@ void PrintJson(const Status& status, std::int64_t now) {
   document["token"] = TokenJson(status.token, now);
   document["record"] = RecordJson(status.record);
   document["job"] = JobJson(status);
+  document["last_report"] = ReportJson(status.history.report);
+  document["last_forced_sign_out"] = ForcedSignOutJson(status.history.signOut);
   document["hosts"]["account"] = TextOrNull(status.accountHost);
   document["hosts"]["identity"] = TextOrNull(status.identityHost);
   document["hosts"]["payment"] = TextOrNull(status.paymentHost);
@@ -90,11 +102,26 @@ std::string JobText(const Status& status) {
   return status.jobLine.empty() ? path + " (none)" : path + ": " + status.jobLine;
 }
 
+std::string ReportText(const LastReport& report, std::int64_t now) {
+  if (report.time <= 0) return "never";
+  const std::string result =
+      report.accepted ? "accepted" : Explain(report.code, {Situation::Doing::kReport, "", "", ""}).cause;
+  return Ago(report.time, now) + ", " + result;
+}
+
+void PrintSignOut(const ForcedSignOut& signOut) {
+  if (!signOut.current) return;
+  const std::string who = signOut.email.empty() ? "" : " (" + Printable(signOut.email) + ")";
+  std::printf("Signed out by the account centre %s: %s%s\n", Rfc3339(signOut.time).c_str(), SignOutReason(signOut.code),
+              who.c_str());
+}
+
 void PrintText(const Status& status, std::int64_t now) {
   const AccountState& account = status.account;
   const bool incomplete = account.signIn == SignIn::kIncomplete;
   PrintField("Signed in", incomplete ? "no (the record is incomplete: sign in again)"
                                      : std::string(account.signIn == SignIn::kSignedIn ? "yes" : "no"));
+  PrintSignOut(status.history.signOut);
   PrintField("E-mail", account.email);
   PrintField("User id", account.userId);
   PrintField("Activated", account.lastQuery > 0 ? std::string(account.activated ? "yes" : "no") : "");
@@ -102,6 +129,7 @@ void PrintText(const Status& status, std::int64_t now) {
   PrintField("Token", TokenText(status.token, now));
   PrintField("Record", RecordText(status.record));
   PrintField("Report job", JobText(status));
+  PrintField("Last report", ReportText(status.history.report, now));
   PrintField("Next report", status.nextRun > 0 ? Rfc3339(status.nextRun) : "");
   PrintField("Account host", status.accountHost);
   PrintField("Identity host", status.identityHost);

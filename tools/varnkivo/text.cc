@@ -61,6 +61,14 @@ std::string Printable(const std::string& text) {
   return out;
 }
 
+bool HasControls(const std::string& text) {
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7F) return true;
+  }
+  return false;
+}
+
 std::string Rfc3339(std::int64_t epoch) {
   const std::time_t seconds = epoch;
   std::tm parts{};

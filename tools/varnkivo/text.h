@@ -10,6 +10,8 @@ namespace kivotool {
 std::string Utf8(const std::string& text);
 /// Utf8(text) with control characters written as \xNN: what a server or a file says never steers the terminal.
 std::string Printable(const std::string& text);
+/// Whether there is a control character of ASCII in `text`.
+bool HasControls(const std::string& text);
 /// "2026-11-21T14:00:00Z"; empty when the year has more than four digits.
 std::string Rfc3339(std::int64_t epoch);
 /// `word` as it stands if a shell takes it for one plain word, else in single quotes.

@@ -1,0 +1,172 @@
+// Keeps the history file: one JSON document, 0600 and the account service's own, replaced as a whole. Touches nothing
+// else. The lock is on the folder, since the file itself is another one after each change; the new file's name is
+// fixed, so that what a killed process leaves is cleared by the next one.
+#include "history.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <varnkivo/varnkivo.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <system_error>
+
+#include "descriptor.h"
+#include "device_files.h"
+#include "output.h"
+#include "text.h"
+
+namespace kivotool {
+namespace {
+
+constexpr char kFolder[] = "/usr/varn/var/lib/varnkivo";
+constexpr char kName[] = "history.json";
+constexpr char kNewName[] = "history.json.new";
+constexpr std::size_t kLongest = 65536;
+constexpr std::chrono::seconds kPatience(5);
+
+[[noreturn]] void Fail(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
+
+/// Empty where there is no regular file, or one that is too long to be ours.
+std::string ReadWhole() {
+  const Descriptor file(open(kHistoryPath, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (file.Get() < 0 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
+  std::string text(kLongest, '\0');
+  std::size_t length = 0;
+  for (ssize_t got = 0; length < text.size(); length += static_cast<std::size_t>(got)) {
+    got = read(file.Get(), text.data() + length, text.size() - length);
+    if (got <= 0) break;
+  }
+  text.resize(length < kLongest ? length : 0);
+  return text;
+}
+
+std::int64_t Number(const Json::Value& value) { return value.isInt64() ? value.asInt64() : 0; }
+int Code(const Json::Value& value) { return value.isInt() ? value.asInt() : 0; }
+bool Flag(const Json::Value& value) { return value.isBool() && value.asBool(); }
+
+/// An object in any case, so that a file of another shape reads as one without members.
+Json::Value Object(const Json::Value& parent, const char* name) {
+  const Json::Value value = parent.isObject() ? parent[name] : Json::Value();
+  return value.isObject() ? value : Json::Value(Json::objectValue);
+}
+
+History FromJson(const Json::Value& document) {
+  const Json::Value report = Object(document, "last_report"), out = Object(document, "last_forced_sign_out");
+  const std::string email = out["email"].isString() ? out["email"].asString() : "";
+  return {{Number(report["ended_epoch"]), Flag(report["accepted"]), Code(report["library_code"])},
+          {Number(out["noticed_epoch"]), Code(out["library_code"]), email, Flag(out["current"])}};
+}
+
+void Lock(int folder) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (flock(folder, LOCK_EX | LOCK_NB) != 0) {
+    if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > end) Fail("lock");
+    usleep(20000);
+  }
+}
+
+void WriteAll(int file, const std::string& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t wrote = write(file, text.data() + done, text.size() - done);
+    if (wrote < 0 && errno != EINTR) Fail("write");
+    if (wrote > 0) done += static_cast<std::size_t>(wrote);
+  }
+}
+
+void Replace(int folder, const std::string& text) {
+  if (unlinkat(folder, kNewName, 0) != 0 && errno != ENOENT) Fail("clear");
+  const Descriptor file(openat(folder, kNewName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (file.Get() < 0) Fail("create");
+  if (fchmod(file.Get(), 0600) != 0) Fail("set the mode");  // whatever the umask
+  if (fchown(file.Get(), kAccountId, kAccountId) != 0) Fail("set the owner");
+  WriteAll(file.Get(), text);
+  if (fsync(file.Get()) != 0) Fail("flush");
+  if (renameat(folder, kNewName, folder, kName) != 0) Fail("rename");
+  if (fsync(folder) != 0) Fail("flush the folder");
+}
+
+void Change(const std::function<void(History&)>& change) {
+  const Descriptor folder(open(kFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder.Get() < 0) Fail("open the folder");
+  Lock(folder.Get());
+  History history = ReadHistory();
+  change(history);
+  Json::Value document = NewDocument();
+  document["last_report"] = ReportJson(history.report);
+  document["last_forced_sign_out"] = SignOutJson(history.signOut);
+  Replace(folder.Get(), OneLine(document) + "\n");
+}
+
+}  // namespace
+
+History ReadHistory() {
+  const std::string text = ReadWhole();
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  Json::Value document;
+  try {
+    const bool whole = reader->parse(text.data(), text.data() + text.size(), &document, nullptr);
+    return whole ? FromJson(document) : History();
+  } catch (const Json::Exception&) {  // nested too deeply
+    return {};
+  }
+}
+
+void ChangeHistory(const std::function<void(History&)>& change, Voice voice) noexcept {
+  try {
+    Change(change);
+  } catch (const std::exception& error) {
+    if (voice == Voice::kStderr)
+      std::fprintf(stderr, "varnkivo: %s could not be written: %s\n", kHistoryPath, error.what());
+    else
+      syslog(LOG_ERR, "history:%d Failed to write %s: %s", __LINE__, kHistoryPath, error.what());
+  }
+}
+
+bool NoticeSignOut(const AccountState& before, int code, Voice voice) {
+  if (before.signIn != SignIn::kSignedIn || ReadAccountState().signIn == SignIn::kSignedIn) return false;
+  ChangeHistory([&](History& history) { history.signOut = {std::time(nullptr), code, before.email, true}; }, voice);
+  return true;
+}
+
+void EndSignOutNotice(Voice voice) noexcept {
+  if (ReadHistory().signOut.current) ChangeHistory([](History& history) { history.signOut.current = false; }, voice);
+}
+
+Json::Value ReportJson(const LastReport& report) {
+  const bool known = report.time > 0;
+  Json::Value out(Json::objectValue);
+  SetTime(out, "ended", report.time);
+  out["accepted"] = known ? Json::Value(report.accepted) : Json::Value();
+  out["library_code"] = known ? Json::Value(report.code) : Json::Value();
+  return out;
+}
+
+Json::Value SignOutJson(const ForcedSignOut& signOut) {
+  const bool known = signOut.time > 0;
+  Json::Value out(Json::objectValue);
+  SetTime(out, "noticed", signOut.time);
+  out["library_code"] = known ? Json::Value(signOut.code) : Json::Value();
+  out["email"] = known ? TextOrNull(signOut.email) : Json::Value();
+  out["current"] = known && signOut.current;
+  return out;
+}
+
+const char* SignOutReason(int code) {
+  switch (code) {
+    case KIVO_ERR_ACCOUNT_NOT_FOUND:
+      return "the account no longer exists";
+    case KIVO_ERR_TOKEN:
+      return "it refused to renew the device's token";
+    default:
+      return "it no longer accepts the sign-in of this device";
+  }
+}
+
+}  // namespace kivotool
