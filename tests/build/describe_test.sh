@@ -38,7 +38,7 @@ offered_by_fish() { XDG_CONFIG_HOME=/nonexistent fish -N -c "source '$folder/var
 # The completion system of zsh needs a terminal; its pieces are caught instead.
 offered_by_zsh() {
   zsh -f -c '_describe() { eval "print -l -- \${(@)${@[-1]}%%:*}" }; _files() { print FILE }; _message() { : }
-    _command_names() { print COMMAND }; compadd() { shift; print -l -- $@ }
+    _normal() { print "NORMAL $words" }; compadd() { shift; print -l -- $@ }
     words=(varnkivo "${@[2,-1]}"); CURRENT=$#words; source "$1"' zsh "$folder/_varnkivo" "$@"
 }
 expect() {  # expect SHELL WANTED OFFERED WORDS
@@ -74,12 +74,15 @@ expect bash 'token json env header' "$(offered_by_bash token --format '')" 'toke
 expect bash '/etc/passwd' "$(offered_by_bash login --password-file /etc/passw | grep -x /etc/passwd)" 'login --password-file /etc/passw'
 expect bash '' "$(offered_by_bash login --email '')" 'login --email'
 [ "$(offered_by_bash exec -- tru | grep -cx true)" -ge 1 ] || fail 'bash offers no commands to exec'
-if command -v fish >/dev/null; then expect fish 'token json env header' "$(offered_by_fish 'token --format ')" 'token --format'; fi
+if command -v fish >/dev/null; then
+  expect fish 'token json env header' "$(offered_by_fish 'token --format ')" 'token --format'
+  [ "$(offered_by_fish 'exec -- tru' | grep -cx true)" -ge 1 ] || fail 'fish offers no commands to exec'
+fi
 if command -v zsh >/dev/null; then
   zsh -n "$folder/_varnkivo" || fail 'zsh cannot read its completion'
   expect zsh 'token json env header' "$(offered_by_zsh token --format '')" 'token --format'
   expect zsh FILE "$(offered_by_zsh login --password-file '')" 'login --password-file'
-  expect zsh COMMAND "$(offered_by_zsh exec '')" exec
+  expect zsh 'NORMAL curl -s' "$(offered_by_zsh exec -- curl -s)" 'exec -- curl -s'
 fi
 
 [ "$failures" = 0 ] && echo "describe_test: ${#paths[@]} verbs, with $(for shell in bash fish zsh; do command -v $shell >/dev/null && echo -n "$shell "; done)and man"

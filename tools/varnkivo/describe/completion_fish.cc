@@ -1,4 +1,5 @@
-// The completion of fish: one line a verb and option, each bound to the verb before it.
+// The completion of fish: one line a verb and option, each bound to the verb before it. After
+// "--" comes a program of its own.
 #include "definition.h"
 
 namespace kivotool {
@@ -7,7 +8,6 @@ namespace {
 std::string Quoted(const std::string& text) { return "'" + Replaced(Replaced(text, "\\", "\\\\"), "'", "\\'") + "'"; }
 
 std::string OptionLine(const OptionText& option) {
-  if (option.positional) return " -a '(__fish_complete_command)'";
   std::string line;
   for (const std::string& name : option.names)
     line += name.rfind("--", 0) == 0 ? " -l " + name.substr(2) : " -s " + name.substr(1);
@@ -26,18 +26,22 @@ std::string FishCompletion(const VerbText& root) {
     for (const VerbText& below : verb->verbs)
       lines += begin + " -a " + below.LastWord() + " -d " + Quoted(below.description) + "\n";
     for (const OptionText& option : verb->options)
-      lines += begin + OptionLine(option) + " -d " + Quoted(option.description) + "\n";
+      if (!option.positional) lines += begin + OptionLine(option) + " -d " + Quoted(option.description) + "\n";
   }
   return "# fish completion for varnkivo, made from its own options\n"
          "function __varnkivo_at\n"
          "    set -l verb ''\n"
          "    for word in (commandline -opc)[2..-1]\n"
          "        set -l next (string trim -- \"$verb $word\")\n"
-         "        contains -- $next" + paths + "; and set verb $next\n"
+         "        contains -- $next" +
+         paths +
+         "; and set verb $next\n"
          "    end\n"
          "    test \"$verb\" = \"$argv[1]\"\n"
          "end\n"
-         "complete -c varnkivo -f\n" + lines;
+         "complete -c varnkivo -f\n"
+         "complete -c varnkivo -n 'contains -- -- (commandline -opc)' -F -a '(__fish_complete_command)'\n" +
+         lines;
 }
 
 }  // namespace kivotool

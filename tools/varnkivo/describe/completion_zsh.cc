@@ -1,4 +1,4 @@
-// The completion of zsh: the same walk, with descriptions.
+// The completion of zsh: the same walk, with descriptions. After "--" comes a program of its own.
 #include "definition.h"
 
 namespace kivotool {
@@ -31,13 +31,11 @@ std::string ValueCase(const VerbText& verb, const OptionText& option) {
 }  // namespace
 
 std::string ZshCompletion(const VerbText& root) {
-  std::string verbs, values, arrays, commands;
+  std::string verbs, values, arrays;
   for (const VerbText* verb : Flatten(root)) {
     if (!verb->path.empty()) verbs += (verbs.empty() ? "'" : "|'") + verb->path + "'";
     arrays += Arrays(*verb);
     for (const OptionText& option : verb->options) {
-      if (option.positional)
-        commands += "  if [[ $verb == '" + verb->path + "' && $words[CURRENT] != -* ]]; then _command_names -e; return; fi\n";
       if (option.takesValue && !option.positional) values += ValueCase(*verb, option);
     }
   }
@@ -46,12 +44,17 @@ std::string ZshCompletion(const VerbText& root) {
          "_varnkivo() {\n"
          "  local verb='' word next\n"
          "  local -a verbs options\n"
+         "  integer dashes=${words[(i)--]}\n"
+         "  if (( dashes < CURRENT )); then shift dashes words; (( CURRENT -= dashes )); _normal; return; fi\n"
          "  for word in ${words[2,CURRENT-1]}; do\n"
          "    next=\"${verb:+$verb }$word\"\n"
-         "    case $next in (" + verbs + ") verb=$next ;; esac\n"
+         "    case $next in (" +
+         verbs +
+         ") verb=$next ;; esac\n"
          "  done\n"
-         "  case \"$verb $words[CURRENT-1]\" in\n" + values + "  esac\n" + commands +
-         "  case $verb in\n" + arrays + "  esac\n"
+         "  case \"$verb $words[CURRENT-1]\" in\n" +
+         values + "  esac\n" + "  case $verb in\n" + arrays +
+         "  esac\n"
          "  (( $#verbs )) && _describe verb verbs\n"
          "  _describe -o option options\n"
          "}\n"

@@ -33,7 +33,8 @@ OptionText DescribeOption(const CLI::Option& option) {
 bool OptionText::TakesFile() const {
   const std::string& name = names.back();
   const std::string ending = "-file";
-  return takesValue && name.size() > ending.size() && name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
+  return takesValue && name.size() > ending.size() &&
+         name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
 }
 
 std::string OptionText::ValueName() const {

@@ -1,5 +1,5 @@
-// varnkivo-describe: writes the man page or a completion of the tool into a file. Run by the build only; linked with the
-// tool's own command line, so that none of them can differ from --help.
+// varnkivo-describe: writes the man page or a completion of the tool into a file. Run by the build only; linked with
+// the tool's own command line, so that none of them can differ from --help.
 #include <varnkivo/varnkivo.h>
 
 #include <cstdio>
