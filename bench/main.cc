@@ -23,6 +23,7 @@ int main() {
       bench::AddRenewalRows(table, cloud);
       bench::AddReportRows(table, cloud);
       bench::PutTokens(cloud.IssueTokens(0));
+      bench::PutTokens(cloud.IssueTokens(0), "photos");
     }
     bench::AddToolRows(table);
     bench::AddOperationRows(table);

@@ -69,6 +69,8 @@ void AddOperationRows(Table& table) {
                 times.Cpu("access-token"), times.Cpu("access-token-by-hand"), 2);
   table.Show("the same from an AccountPkceService, CPU", Unit::kMicroseconds, times.Cpu("service-access-token"),
              times.Cpu("access-token-by-hand"));
+  table.Compare("valid token of a package / lock twice, read, parse, CPU", Unit::kMicroseconds,
+                times.Cpu("package-access-token"), times.Cpu("package-access-token-by-hand"), 2);
   table.Show("making an AccountPkceService, CPU", Unit::kMicroseconds, times.Cpu("make-service"));
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <varnkivo/account_pkce_service.h>
 #include <varnkivo/file_lock.h>
+#include <varnkivo/package_pkce_client.h>
 #include <varnkivo/pkce_client.h>
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
@@ -82,6 +83,13 @@ void ServiceToken(unsigned int) {
 
 void MakeService(unsigned int) { const varnkivo::AccountPkceService service; }
 
+void PackageToken(unsigned int) {
+  static const varnkivo::PackagePkceClient client("photos");
+  Check(!client.GetAccessToken().empty(), "PackagePkceClient::GetAccessToken");
+}
+
+void PackageTokenByHand(unsigned int) { Check(!ReadPackageTokenByHand().empty(), "reading a package's token by hand"); }
+
 void TokenByHand(unsigned int) { Check(!ReadTokenByHand().empty(), "reading a token by hand"); }
 
 }  // namespace
@@ -98,6 +106,8 @@ const std::vector<Operation>& Operations() {
                                                     {"access-token", ClientToken},
                                                     {"access-token-by-hand", TokenByHand},
                                                     {"service-access-token", ServiceToken},
+                                                    {"package-access-token", PackageToken},
+                                                    {"package-access-token-by-hand", PackageTokenByHand},
                                                     {"make-service", MakeService}};
   return operations;
 }

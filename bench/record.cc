@@ -68,8 +68,8 @@ void PrepareDevice() {
   user.SetLastQueryTime(time(nullptr));
 }
 
-void PutTokens(const std::string& set) {
-  const std::string path = std::string(kFolder) + "/lum_token.json";
+void PutTokens(const std::string& set, const std::string& client) {
+  const std::string path = std::string(kFolder) + "/" + client + "_token.json";
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << set;
   file.close();

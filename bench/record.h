@@ -10,8 +10,8 @@ namespace bench {
 /// and has it fresh enough for a query not to go to the server. Throws outside of a sandbox.
 void PrepareDevice();
 
-/// Makes `set` the content of the device's token file.
-void PutTokens(const std::string& set);
+/// Makes `set` the content of the token file of a client, by default the device's own.
+void PutTokens(const std::string& set, const std::string& client = "lum");
 
 }  // namespace bench
 

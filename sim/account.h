@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "sim/purchase.h"
+
 namespace kivosim {
 
 /// A sign of life of a device that is signed in.
@@ -48,6 +50,7 @@ struct Account {
 
   std::string registeredBy = {};           ///< serial number of the device that registered it; "": none did
   std::vector<DeviceReport> reports = {};  ///< those accepted, the oldest first
+  std::vector<Purchase> purchases = {};    ///< what the shop's history tells, in this order
 };
 
 }  // namespace kivosim

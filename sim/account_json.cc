@@ -6,6 +6,23 @@
 namespace kivosim {
 namespace {
 
+void TakeMembers(JsonMembers& members, DeviceReport& report) {
+  members.Take("time", report.time);
+  members.Take("timezone", report.timezone);
+  members.Take("serial", report.serial);
+}
+
+void TakeMembers(JsonMembers& members, Purchase& purchase) {
+  members.Take("create_at", purchase.createAt);
+  members.Take("app", purchase.app);
+  members.Take("paypal_id", purchase.paypalId);
+  members.Take("transaction_id", purchase.transactionId);
+  members.Take("model", purchase.model);
+  members.Take("serial", purchase.serial);
+  members.Take("price", purchase.price);
+  members.Take("pay_status", purchase.payStatus);
+}
+
 template <class Value, class Read>
 void TakeMap(JsonMembers& members, const std::string& name, std::map<std::string, Value>& target, Read read) {
   if (!members.Has(name)) return;
@@ -27,17 +44,15 @@ void SetIfGiven(Json::Value& json, const char* name, const std::optional<Value>&
   if (value) json[name] = *value;
 }
 
-void TakeReports(JsonMembers& members, std::vector<DeviceReport>& reports) {
-  if (!members.Has("reports")) return;
-  const Json::Value list = members.TakeAny("reports");
-  if (!list.isArray()) throw std::runtime_error("\"reports\" must be a list");
+template <class Element>
+void TakeList(JsonMembers& members, const std::string& name, std::vector<Element>& target) {
+  if (!members.Has(name)) return;
+  const Json::Value list = members.TakeAny(name);
+  if (!list.isArray()) throw std::runtime_error("\"" + name + "\" must be a list");
   for (const Json::Value& json : list) {
-    JsonMembers report(json);
-    DeviceReport& taken = reports.emplace_back();
-    report.Take("time", taken.time);
-    report.Take("timezone", taken.timezone);
-    report.Take("serial", taken.serial);
-    report.End();
+    JsonMembers element(json);
+    TakeMembers(element, target.emplace_back());
+    element.End();
   }
 }
 
@@ -53,6 +68,19 @@ Json::Value ReportsToJson(const std::vector<DeviceReport>& reports) {
 }
 
 }  // namespace
+
+Json::Value PurchaseToJson(const Purchase& purchase) {
+  Json::Value json;
+  json["create_at"] = purchase.createAt;
+  json["app"] = purchase.app;
+  json["paypal_id"] = purchase.paypalId;
+  json["transaction_id"] = purchase.transactionId;
+  json["model"] = purchase.model;
+  json["serial"] = purchase.serial;
+  json["price"] = purchase.price;
+  json["pay_status"] = purchase.payStatus;
+  return json;
+}
 
 Account AccountFromJson(const Json::Value& json) {
   JsonMembers members(json);
@@ -79,7 +107,8 @@ Account AccountFromJson(const Json::Value& json) {
   members.Take("refusal", account.refusal);
   TakeMap(members, "auth_keys", account.authKeys, [](const Json::Value& value) { return value.asString(); });
   members.Take("registered_by", account.registeredBy);
-  TakeReports(members, account.reports);
+  TakeList(members, "reports", account.reports);
+  TakeList(members, "purchases", account.purchases);
   members.End();
   return account;
 }
@@ -107,6 +136,8 @@ Json::Value AccountToJson(const Account& account) {
   json["auth_keys"] = MapToJson(account.authKeys);
   json["registered_by"] = account.registeredBy;
   json["reports"] = ReportsToJson(account.reports);
+  json["purchases"] = Json::Value(Json::arrayValue);
+  for (const Purchase& purchase : account.purchases) json["purchases"].append(PurchaseToJson(purchase));
   return json;
 }
 

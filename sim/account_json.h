@@ -11,5 +11,6 @@ namespace kivosim {
 /// std::runtime_error for a member that is unknown or of the wrong type.
 Account AccountFromJson(const Json::Value& json);
 Json::Value AccountToJson(const Account& account);
+Json::Value PurchaseToJson(const Purchase& purchase);  ///< as in the answer of the shop's history
 
 }  // namespace kivosim

@@ -1,5 +1,5 @@
-// The control calls about clients, tokens and outages. Listings never hold a whole token; only the call that issues a
-// set of tokens gives one out.
+// The control calls about clients, packages, tokens and outages. Listings never hold a whole token; only the call that
+// issues a set of tokens gives one out.
 #include "sim/control_call.h"
 #include "sim/fault_json.h"
 #include "sim/json_text.h"
@@ -118,6 +118,33 @@ Json::Value PostClients(const Call& call) {
   return Done();
 }
 
+Json::Value GetPackages(const Call& call) {
+  Json::Value list(Json::arrayValue);
+  for (const OAuthClient& client : call.simulator.Packages()) {
+    Json::Value& json = list.append(Json::Value());
+    json["package"] = client.package;
+    json["client_id"] = client.id;
+  }
+  return list;
+}
+
+std::string OnlyPackage(const Call& call) {
+  JsonMembers members(ParseJson(call.request.body));
+  const std::string name = TakeText(members, "package");
+  members.End();
+  return name;
+}
+
+Json::Value PostPackages(const Call& call) {
+  call.simulator.AddPackage(OnlyPackage(call));
+  return Done();
+}
+
+Json::Value PostRemovePackage(const Call& call) {
+  if (!call.simulator.RemovePackage(OnlyPackage(call))) throw std::runtime_error("no such package");
+  return Done();
+}
+
 Json::Value PostTakeDown(const Call& call) {
   TakeDownFromJson(call.simulator, ParseJson(call.request.body));
   return Done();
@@ -141,6 +168,9 @@ const std::vector<ControlCall>& TokenCalls() {
                                                  {"POST", "/token-lifetime", PostTokenLifetime},
                                                  {"POST", "/pass-time", PostPassTime},
                                                  {"POST", "/clients", PostClients},
+                                                 {"GET", "/packages", GetPackages},
+                                                 {"POST", "/packages", PostPackages},
+                                                 {"POST", "/remove-package", PostRemovePackage},
                                                  {"POST", "/take-down", PostTakeDown},
                                                  {"POST", "/bring-back", PostBringBack}};
   return calls;

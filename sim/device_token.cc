@@ -3,27 +3,9 @@
 // digest.
 #include "sim/device_token.h"
 
-#include <openssl/evp.h>
-
-#include <stdexcept>
+#include "sim/digest.h"
 
 namespace kivosim {
-namespace {
-
-std::string Md5Hex(const std::string& text) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int size = 0;
-  if (EVP_Digest(text.data(), text.size(), digest, &size, EVP_md5(), nullptr) != 1)
-    throw std::runtime_error("MD5 is not available");
-  std::string hex;
-  for (unsigned int i = 0; i < size; ++i) {
-    hex += "0123456789abcdef"[digest[i] >> 4];
-    hex += "0123456789abcdef"[digest[i] & 15];
-  }
-  return hex;
-}
-
-}  // namespace
 
 std::string DeviceToken(const std::string& serial, const std::string& accountId, const std::string& accountPassword) {
   const std::string seed = serial + accountId + accountPassword;

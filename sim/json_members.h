@@ -26,6 +26,9 @@ class JsonMembers {
   void Take(const std::string& name, int& target) {
     if (const Json::Value* value = Taken(name, &Json::Value::isInt, "a number")) target = value->asInt();
   }
+  void Take(const std::string& name, double& target) {
+    if (const Json::Value* value = Taken(name, &Json::Value::isNumeric, "a number")) target = value->asDouble();
+  }
   void Take(const std::string& name, std::uint64_t& target) {
     if (const Json::Value* value = Taken(name, &Json::Value::isUInt64, "a number from 0 up"))
       target = value->asUInt64();

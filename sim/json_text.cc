@@ -9,6 +9,7 @@ namespace kivosim {
 std::string JsonText(const Json::Value& value) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
+  builder["precision"] = 15;  // more would write a price of 9.99 as 9.9900000000000002
   return Json::writeString(builder, value);
 }
 

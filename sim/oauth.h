@@ -14,6 +14,7 @@ struct OAuthClient {
   std::string id;
   std::vector<std::string> redirectUris;
   std::vector<std::string> logoutUris = {};  ///< where the end-session path may lead back to
+  std::string package = {};                  ///< the installed package it is; "": none
 };
 
 /// What the token endpoint gave out, and the text that a client would keep of it.

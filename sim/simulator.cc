@@ -2,6 +2,7 @@
 #include "sim/simulator.h"
 
 #include <algorithm>
+#include <cctype>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
@@ -76,6 +77,14 @@ void Simulator::GrantAccessToken(const std::string& accessToken, const std::stri
 }
 
 void Simulator::AddOAuthClient(OAuthClient client) { impl_->service.state.OAuth().AddClient(std::move(client)); }
+void Simulator::AddPackage(const std::string& name) {
+  const auto isPlain = [](unsigned char c) { return std::isalnum(c) || c == '-' || c == '_' || c == '.'; };
+  if (name.empty() || !std::all_of(name.begin(), name.end(), isPlain))
+    throw std::runtime_error("\"" + name + "\" is no name of a package");
+  impl_->service.state.OAuth().AddPackage(name);
+}
+bool Simulator::RemovePackage(const std::string& name) { return impl_->service.state.OAuth().RemovePackage(name); }
+std::vector<OAuthClient> Simulator::Packages() const { return impl_->service.state.OAuth().Packages(); }
 void Simulator::SetTokenLifetime(std::chrono::seconds lifetime, const std::string& clientId) {
   impl_->service.state.OAuth().SetLifetime(lifetime, clientId);
 }

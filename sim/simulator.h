@@ -91,6 +91,11 @@ class Simulator {
 
   // Tokens --------------------------------------------------------------------------------------------------------
   void AddOAuthClient(OAuthClient client);  ///< beside "kivo-device" and "kivo-device-register"
+  /// Makes an installed package known, beside "photos" and "pulsewatch"; its tokens are those of the client
+  /// "kivo-package-NAME". Throws std::runtime_error for a name of other than letters, digits, "-", "_" and ".".
+  void AddPackage(const std::string& name);
+  bool RemovePackage(const std::string& name);  ///< and revokes its tokens; false: there is none
+  std::vector<OAuthClient> Packages() const;    ///< their clients
   /// How long access tokens given out from now on live: of one client, or of all that have no time of their own.
   void SetTokenLifetime(std::chrono::seconds lifetime, const std::string& clientId = "");
   /// Makes access tokens and codes older by so much, at the servers only.

@@ -16,16 +16,17 @@ constexpr std::chrono::minutes kCodeLife{10};
 constexpr std::chrono::seconds kTokenLife{3600};
 constexpr std::chrono::seconds kMostLife{std::chrono::hours(24 * 36500)};  // longer ones are as good as endless
 
+const char* const kAccountHosts[] = {"https://account.kivo.example", "https://account-test.kivo.example"};
+
 TokenOutcome Refused(const char* why) { return {why}; }
 
 }  // namespace
 
-TokenStore::TokenStore() { AddDefaultClients(); }
+TokenStore::TokenStore() { AddDefaults(); }
 
-void TokenStore::AddDefaultClients() {
-  const std::string hosts[] = {"https://account.kivo.example", "https://account-test.kivo.example"};
+void TokenStore::AddDefaults() {
   OAuthClient login{"kivo-device", {}}, registration{"kivo-device-register", {}};
-  for (const std::string& host : hosts) {
+  for (const std::string host : kAccountHosts) {
     login.redirectUris.push_back(host + "/device/login/callback");
     registration.redirectUris.push_back(host + "/device/register/callback");
     login.logoutUris.push_back(host + "/device/logout/callback");
@@ -33,12 +34,25 @@ void TokenStore::AddDefaultClients() {
   registration.logoutUris = login.logoutUris;
   clients_ = {{login.id, login}, {registration.id, registration}};
   lifetimes_ = {{"", kTokenLife}};
+  packages_.clear();
+  for (const char* package : {"photos", "pulsewatch"}) Add(package);
+}
+
+void TokenStore::Add(const std::string& package) {
+  OAuthClient client{"kivo-package-" + package, {}, {}, package};
+  for (const std::string host : kAccountHosts) {
+    client.redirectUris.push_back(host + "/package/" + package + "/login/callback");
+    client.logoutUris.push_back(host + "/package/" + package + "/logout/callback");
+  }
+  packages_[package] = client.id;
+  clients_[client.id] = client;
 }
 
 void TokenStore::AddClient(OAuthClient client) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  const std::string id = client.id;
-  clients_[id] = std::move(client);
+  OAuthClient& kept = clients_[client.id];
+  client.package = kept.package;  // a package goes on having a client
+  kept = std::move(client);
 }
 
 std::optional<OAuthClient> TokenStore::Client(const std::string& id) const {
@@ -51,6 +65,34 @@ std::vector<OAuthClient> TokenStore::Clients() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::vector<OAuthClient> clients;
   for (const auto& [id, client] : clients_) clients.push_back(client);
+  return clients;
+}
+
+void TokenStore::AddPackage(const std::string& name) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  Add(name);
+}
+
+bool TokenStore::RemovePackage(const std::string& name) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = packages_.find(name);
+  if (found == packages_.end()) return false;
+  for (TokenFamily& family : families_)
+    if (family.clientId == found->second) family.revoked = true;
+  packages_.erase(found);
+  return true;
+}
+
+std::optional<OAuthClient> TokenStore::PackageClient(const std::string& name) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = packages_.find(name);
+  return found == packages_.end() ? std::nullopt : std::optional<OAuthClient>(clients_.at(found->second));
+}
+
+std::vector<OAuthClient> TokenStore::Packages() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<OAuthClient> clients;
+  for (const auto& [name, id] : packages_) clients.push_back(clients_.at(id));
   return clients;
 }
 
@@ -219,7 +261,7 @@ TokenCounts TokenStore::Counts() const {
 
 void TokenStore::Reset() {
   const std::lock_guard<std::mutex> lock(mutex_);
-  AddDefaultClients();
+  AddDefaults();
   passed_ = Time(0);
   tickets_.clear();
   codes_.clear();

@@ -49,11 +49,18 @@ struct TokenOutcome {
 
 class TokenStore {
  public:
-  TokenStore();  ///< knows the clients of a device: "kivo-device" and "kivo-device-register"
+  TokenStore();  ///< knows "kivo-device", "kivo-device-register", and the packages "photos" and "pulsewatch"
 
   void AddClient(OAuthClient client);  ///< replaces the one with the same id
   std::optional<OAuthClient> Client(const std::string& id) const;
   std::vector<OAuthClient> Clients() const;
+  void AddPackage(const std::string& name);  ///< with the client "kivo-package-NAME"
+  /// Revokes what its client was given, too; the client stays known, or its late requests would count as malformed.
+  /// False: there is no such package.
+  bool RemovePackage(const std::string& name);
+  /// The client of a package, while there is that package.
+  std::optional<OAuthClient> PackageClient(const std::string& name) const;
+  std::vector<OAuthClient> Packages() const;  ///< the clients of all
   /// How long access tokens live from now on, of one client or ("") of all that have no time of their own.
   void SetLifetime(std::chrono::seconds lifetime, const std::string& clientId);
   void PassTime(std::chrono::seconds time);  ///< as if codes and access tokens were so much older
@@ -106,11 +113,13 @@ class TokenStore {
   std::string CheckCode(const Code& code, const CodeUse& use) const;
   const Access* FindAccess(const std::string& token) const;
   Grantee GranteeOf(std::size_t family) const;
-  void AddDefaultClients();
+  void AddDefaults();
+  void Add(const std::string& package);
 
   mutable std::mutex mutex_;
   Time passed_{0};
   std::map<std::string, OAuthClient> clients_;
+  std::map<std::string, std::string> packages_;            // name -> client
   std::map<std::string, std::chrono::seconds> lifetimes_;  // by client; "": of the others
   std::map<std::string, Ticket> tickets_;
   std::map<std::string, Code> codes_;

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "request.h"
+
 namespace {
 
 std::size_t Collect(char* data, std::size_t size, std::size_t count, void* body) {
@@ -22,10 +24,15 @@ bool Send(const char* url, const char* form, const char* agent) {
   curl_easy_setopt(curl, CURLOPT_CAINFO, "/etc/ssl/certs/ca-certificates.crt");
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, Collect);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
+  curl_slist* headers = nullptr;
+  if (std::string(url) == bench::kTokenEndpoint)
+    headers = curl_slist_append(headers, (std::string("X-Client-ID: ") + bench::kClientId).c_str());
+  curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
   const CURLcode result = curl_easy_perform(curl);
   long status = 0;
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
   curl_easy_cleanup(curl);
+  curl_slist_free_all(headers);
   if (result == CURLE_OK && status == 200 && !body.empty()) return true;
   std::fprintf(stderr, "bench_curl: curl %d, status %ld\n", result, status);
   return false;

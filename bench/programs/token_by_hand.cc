@@ -19,13 +19,9 @@ bool Parse(const char* text, std::size_t size, Json::Value& set) {
 #pragma GCC diagnostic pop
 }
 
-}  // namespace
-
-std::string ReadTokenByHand() {
-  const int lock = open("/tmp/account_lum_get_token.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-  const int file = lock >= 0 && flock(lock, LOCK_EX) == 0
-                       ? open("/usr/varn/etc/varnholt-account/private/lum_token.json", O_RDONLY | O_CLOEXEC)
-                       : -1;
+std::string ReadToken(const char* lockPath, const char* path) {
+  const int lock = open(lockPath, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  const int file = lock >= 0 && flock(lock, LOCK_EX) == 0 ? open(path, O_RDONLY | O_CLOEXEC) : -1;
   char text[8192];
   const ssize_t size = file < 0 ? -1 : read(file, text, sizeof text);
   close(file);
@@ -34,6 +30,21 @@ std::string ReadTokenByHand() {
                      set["created_at"].asInt64() + set["expires_in"].asInt64() >= time(nullptr);
   close(lock);
   return valid ? set["access_token"].asString() : "";
+}
+
+}  // namespace
+
+std::string ReadTokenByHand() {
+  return ReadToken("/tmp/account_lum_get_token.lock", "/usr/varn/etc/varnholt-account/private/lum_token.json");
+}
+
+std::string ReadPackageTokenByHand() {
+  const int lock = open("/tmp/account_photos_package_get_token.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  std::string token;
+  if (lock >= 0 && flock(lock, LOCK_EX) == 0)
+    token = ReadToken("/tmp/account_photos_get_token.lock", "/usr/varn/etc/varnholt-account/private/photos_token.json");
+  close(lock);
+  return token;
 }
 
 }  // namespace bench

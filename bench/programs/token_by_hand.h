@@ -7,7 +7,8 @@
 
 namespace bench {
 
-std::string ReadTokenByHand();  ///< empty where there is none
+std::string ReadTokenByHand();         ///< empty where there is none
+std::string ReadPackageTokenByHand();  ///< that of the package "photos", under both of its locks
 
 }  // namespace bench
 

@@ -58,8 +58,9 @@ int SaveJob(const std::string& name, const Json::Value& json) {
   std::string earlier;
   if (ReadCronFile(path, &earlier) == CronFile::kForeign) return -1;
   // A name with dots for the temporary file: cron skips those. Two savers never share one.
-  const std::string temporary = HiddenSibling(path, ".") + RandomSuffix();
-  return ReplaceFile(path, temporary, CronFileText(Joined(job->words), line), {0644, 0, 0}) ? 0 : -1;
+  const std::string hidden = HiddenSibling(path, ".");
+  RemoveLeftovers(hidden);
+  return ReplaceFile(path, hidden + RandomSuffix(), CronFileText(Joined(job->words), line), {0644, 0, 0}) ? 0 : -1;
 }
 
 int RemoveJob(const std::string& name) {

@@ -2,9 +2,13 @@
 // configuration names and the names that packages give to their cron files share one directory.
 #include "crond_file.h"
 
+#include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
+#include <memory>
 
 #include "error.h"
 #include "file_util.h"
@@ -13,6 +17,8 @@ namespace varnplatform {
 namespace {
 
 constexpr std::string_view kHeader = "# Made by the varn scheduler. Changes to this file are lost.\n# varn-command: ";
+
+constexpr std::time_t kLeftoverAge = 60;  // seconds
 
 }  // namespace
 
@@ -32,6 +38,17 @@ CronFile ReadCronFile(const std::string& path, std::string* command) {
   }
   *command = content.substr(kHeader.size(), end - kHeader.size());
   return CronFile::kOurs;
+}
+
+void RemoveLeftovers(const std::string& start) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(kCronDirectory), closedir);
+  while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
+    const std::string path = std::string(kCronDirectory) + entry->d_name;
+    struct stat facts {};
+    if (path.compare(0, start.size(), start) == 0 && lstat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) &&
+        std::time(nullptr) - facts.st_mtime >= kLeftoverAge)
+      unlink(path.c_str());
+  }
 }
 
 bool RemoveCronFile(const std::string& path) {

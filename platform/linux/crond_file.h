@@ -15,6 +15,9 @@ enum class CronFile { kAbsent, kOurs, kForeign };  // kForeign has its error rec
 /// Whose file this is; for ours also the command it was made for.
 CronFile ReadCronFile(const std::string& path, std::string* command);
 
+/// Removes what savers that were ended have left behind: files whose path begins with `start`, a minute old and more.
+void RemoveLeftovers(const std::string& start);
+
 /// Removes the file. True where there is none afterwards.
 bool RemoveCronFile(const std::string& path);
 

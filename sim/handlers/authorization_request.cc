@@ -45,11 +45,6 @@ std::string CheckNames(const Pairs& query) {
   return "";
 }
 
-bool IsS256(const std::string& challenge) {
-  const auto isDigit = [](unsigned char c) { return std::isalnum(c) || c == '-' || c == '_'; };
-  return challenge.size() == 43 && std::all_of(challenge.begin(), challenge.end(), isDigit);
-}
-
 bool HasWord(const std::string& scope, const std::string& wanted) {
   std::istringstream words(scope);
   for (std::string word; words >> word;)
@@ -80,6 +75,11 @@ std::string CheckReturn(const AuthorizationRequest& request, const TokenStore& o
 }
 
 }  // namespace
+
+bool IsS256(const std::string& challenge) {
+  const auto isDigit = [](unsigned char c) { return std::isalnum(c) || c == '-' || c == '_'; };
+  return challenge.size() == 43 && std::all_of(challenge.begin(), challenge.end(), isDigit);
+}
 
 AuthorizationRequest ReadAuthorizationRequest(const Request& http, const TokenStore& oauth) {
   const std::string text = http.target.substr(std::min(http.path.size() + 1, http.target.size()));

@@ -25,6 +25,8 @@ Response RedirectBack(const AuthorizationRequest& request, const Pairs& paramete
 /// `uri` with `query` added behind its own.
 std::string WithQuery(const std::string& uri, const std::string& query);
 
+bool IsS256(const std::string& challenge);  ///< 43 digits of Base64
+
 /// The serial number that "device.sn:..." of the scope names, or "".
 std::string SerialOfScope(const std::string& scope);
 

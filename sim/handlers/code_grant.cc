@@ -1,23 +1,12 @@
 // "/migration/api/v1/device/core/authorization_code/grant" of the account host: a code for the token endpoint against
 // an auth key, so that a device signs in anew without its owner. 401 says that the auth key is not good (any more).
-#include <algorithm>
-
 #include "sim/handlers/authorization_request.h"
 #include "sim/handlers/device_request.h"
 #include "sim/handlers/form_request.h"
-#include "sim/json_text.h"
+#include "sim/handlers/grant_request.h"
 
 namespace kivosim {
 namespace {
-
-std::string CheckClient(const Request& request, const CloudState& state) {
-  const std::optional<OAuthClient> client = state.OAuth().Client(request.Param("client_id"));
-  if (!client) return "unknown client \"" + request.Param("client_id") + "\"";
-  const std::string uri = request.Param("redirect_url");
-  const auto& uris = client->redirectUris;
-  const bool known = std::find(uris.begin(), uris.end(), uri) != uris.end();
-  return known ? "" : "\"" + uri + "\" is no redirect URI of " + client->id;
-}
 
 std::string CheckGrant(const Request& request, const CloudState& state) {
   std::string problem = CheckForm(request, {{"client_id"},
@@ -29,14 +18,7 @@ std::string CheckGrant(const Request& request, const CloudState& state) {
   if (problem.empty()) problem = CheckClientHeader(request, request.Param("client_id"));
   if (problem.empty() && request.Param("code_challenge").size() != 43)
     problem = "\"code_challenge\" is not of 43 characters";
-  return problem.empty() ? CheckClient(request, state) : problem;
-}
-
-std::string ScopeOf(const Request& request) {
-  std::string scope;
-  for (const auto& [name, value] : request.form)
-    if (name == "scopes[]") scope += (scope.empty() ? "" : " ") + value;
-  return scope;
+  return problem.empty() ? CheckRedirect(request, state) : problem;
 }
 
 Reply Answer(const Request& request, CloudState& state) {
@@ -48,10 +30,7 @@ Reply Answer(const Request& request, CloudState& state) {
   const std::string scope = ScopeOf(request), named = SerialOfScope(scope);
   if (!named.empty() && named != serial) return {CodeAnswer("badparam"), "the scope names device \"" + named + "\""};
   if (!account.refusal.empty()) return {CodeAnswer(account.refusal)};
-  const Grantee to{account.userId, request.Param("client_id"), serial, scope};
-  Json::Value answer;
-  answer["grant_code"] = state.OAuth().IssueCode({to, request.Param("redirect_url"), request.Param("code_challenge")});
-  return {{200, JsonText(answer)}};
+  return {GrantCode({account.userId, request.Param("client_id"), serial, scope}, request, state)};
 }
 
 }  // namespace

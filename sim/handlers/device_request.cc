@@ -8,8 +8,10 @@
 namespace kivosim {
 namespace {
 
-std::string CheckDeviceForm(const Request& request, const std::vector<Parameter>& expected) {
-  const std::string problem = CheckForm(request, expected);
+using Check = std::string (*)(const Request&, const std::vector<Parameter>&);
+
+std::string CheckDeviceRequest(const Request& request, const std::vector<Parameter>& expected, Check check) {
+  const std::string problem = check(request, expected);
   const bool differs = request.HasParam("serial_no") && request.Param("serial_no") != request.Param("lu_sn");
   return problem.empty() && differs ? "\"serial_no\" is not \"lu_sn\"" : problem;
 }
@@ -19,18 +21,26 @@ bool IsTokenRight(const Request& request) {
          DeviceToken(request.Param("lu_sn"), request.Param("kivoID"), request.Param("kivoPW"));
 }
 
-}  // namespace
-
-Handler DeviceHandler(std::vector<Parameter> parameters, Handler answer, CodeWriter refuse) {
+Handler Checked(Check check, const std::vector<Parameter>& parameters, Handler answer, CodeWriter refuse) {
   std::vector<Parameter> expected = {
       {"lu_sn"}, {"lu_token"}, {"kivoID", Parameter::kOptional}, {"kivoPW", Parameter::kOptional}};
   expected.insert(expected.end(), parameters.begin(), parameters.end());
-  return [expected, answer = std::move(answer), refuse](const Request& request, CloudState& state) -> Reply {
-    const std::string problem = CheckDeviceForm(request, expected);
+  return [check, expected, answer = std::move(answer), refuse](const Request& request, CloudState& state) -> Reply {
+    const std::string problem = CheckDeviceRequest(request, expected, check);
     if (!problem.empty()) return {refuse("badparam"), problem};
     if (!IsTokenRight(request)) return {refuse("badauth"), "\"lu_token\" is wrong"};
     return answer(request, state);
   };
+}
+
+}  // namespace
+
+Handler DeviceHandler(std::vector<Parameter> parameters, Handler answer, CodeWriter refuse) {
+  return Checked(CheckForm, parameters, std::move(answer), refuse);
+}
+
+Handler DeviceQueryHandler(std::vector<Parameter> parameters, Handler answer) {
+  return Checked(CheckQuery, parameters, std::move(answer), CodeAnswer);
 }
 
 Response CodeAnswer(const std::string& code) { return {code == "good" ? 200 : 400, "{\"code\":\"" + code + "\"}"}; }

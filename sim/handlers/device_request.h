@@ -1,5 +1,5 @@
-// The checks that all requests of the older account interface share: method, content type, the exact parameters in
-// their exact order, and the device token. What fails here is the client's fault and becomes a complaint.
+// The checks that all requests of the older account interface and of the shop share: method, content type, the exact
+// parameters in their exact order, and the device token. What fails here is the client's fault and becomes a complaint.
 #pragma once
 
 #include <string>
@@ -24,6 +24,8 @@ Response WordAnswer(const std::string& code);
 /// then `parameters` in this order and nothing else, "serial_no" (where it is one of them) equal to "lu_sn", the token
 /// right. Form faults are answered "badparam", a wrong token "badauth", in the way of `refuse`.
 Handler DeviceHandler(std::vector<Parameter> parameters, Handler answer, CodeWriter refuse = CodeAnswer);
+/// The same for a GET, with the parameters in its query.
+Handler DeviceQueryHandler(std::vector<Parameter> parameters, Handler answer);
 
 /// Whether "id" and "auth_key" belong together on this device: "", or the code to refuse the request with.
 std::string CheckHolder(const Request& request, const CloudState& state);

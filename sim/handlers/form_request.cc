@@ -1,4 +1,4 @@
-// Strict checking of form requests. Stricter than a real server on purpose: the order of the parameters and their
+// Strict checking of parameters. Stricter than a real server on purpose: the order of the parameters and their
 // spelling are part of what a device promises, and nobody else looks at them.
 #include "sim/handlers/form_request.h"
 
@@ -51,6 +51,15 @@ std::string CheckForm(const Request& request, const std::vector<Parameter>& expe
   Pairs pairs;
   std::string problem = CheckEnvelope(request);
   if (problem.empty()) problem = ParseForm(request.body, pairs);
+  return problem.empty() ? CheckParameters(pairs, expected) : problem;
+}
+
+std::string CheckQuery(const Request& request, const std::vector<Parameter>& expected) {
+  if (request.method != "GET") return "method is " + request.method;
+  if (!request.body.empty()) return "there is a body";
+  Pairs pairs;
+  const std::string text = request.target.substr(std::min(request.path.size() + 1, request.target.size()));
+  const std::string problem = ParseForm(text, pairs);
   return problem.empty() ? CheckParameters(pairs, expected) : problem;
 }
 

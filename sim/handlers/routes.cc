@@ -26,6 +26,11 @@ const std::vector<Route>& Routes() {
     AddAuthKeyExchange(all);
     AddCodeGrant(all);
     AddDeviceLogout(all);
+    AddPackageGrant(all);
+    AddPulseWatchGrant(all);
+    AddShopSignIn(all);
+    AddShopCatalogue(all);
+    AddShopHistory(all);
     return all;
   }());
   return routes;

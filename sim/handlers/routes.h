@@ -46,5 +46,10 @@ void AddIdentityDocuments(std::vector<Route>& routes);
 void AddAuthKeyExchange(std::vector<Route>& routes);
 void AddCodeGrant(std::vector<Route>& routes);
 void AddDeviceLogout(std::vector<Route>& routes);
+void AddPackageGrant(std::vector<Route>& routes);
+void AddPulseWatchGrant(std::vector<Route>& routes);
+void AddShopSignIn(std::vector<Route>& routes);
+void AddShopCatalogue(std::vector<Route>& routes);
+void AddShopHistory(std::vector<Route>& routes);
 
 }  // namespace kivosim

@@ -14,7 +14,11 @@ namespace {
 
 const char kSystemBundle[] = "/etc/ssl/certs/ca-certificates.crt";
 
-Account DemoAccount() { return {"ann@example.com", "correct horse", "1001"}; }
+Account DemoAccount() {
+  Account ann{"ann@example.com", "correct horse", "1001"};
+  ann.purchases = ExamplePurchases();
+  return ann;
+}
 
 /// EMAIL:PASSWORD:ID; the password may hold colons.
 Account AccountFromText(const std::string& text) {

@@ -14,6 +14,7 @@
 
 #include <json/json.h>
 
+#include <cstring>
 #include <exception>
 
 namespace varnkivo {
@@ -30,6 +31,14 @@ void Attempt(const char* failure, Step step, int line = __builtin_LINE()) {
   } catch (const std::exception& error) {
     LogError({kSource, line}, failure, Redact(error.what()).c_str());
   }
+}
+
+/// Whether the record is still that of the account that was reported. A report can take minutes: a sign-out in the
+/// meantime must stay one, and an answer for one account is no concern of the next.
+bool IsStillSignedIn(const _tag_kivo_INFO_& account) {
+  AccountCopy now;
+  return VARNKIVOAccountGet(&now) == 0 && std::strcmp(now.userId, account.userId) == 0 &&
+         std::strcmp(now.authKey, account.authKey) == 0;
 }
 
 void StoreSchedule(const Json::Value& answer) {
@@ -83,13 +92,14 @@ int VARNKIVOReportInfo(void) {
       VARNKIVOErrSet(KIVO_ERR_RESPONSE);
       return -1;
     }
-    if (HasMember(answer, "report_cron_timestring")) StoreSchedule(answer);
+    const bool concernsUs = IsStillSignedIn(account);
+    if (concernsUs && HasMember(answer, "report_cron_timestring")) StoreSchedule(answer);
     const int code = GetErrorCodeFromAccountError(StringOrNull(answer, "code"));
     if (code == KIVO_ERR_SUCCESS) {
-      FollowAcceptedReport();
+      if (concernsUs) FollowAcceptedReport();
       return 0;
     }
-    if (code == KIVO_ERR_AUTH || code == KIVO_ERR_ACCOUNT_NOT_FOUND) SignOut(code, account);
+    if (concernsUs && (code == KIVO_ERR_AUTH || code == KIVO_ERR_ACCOUNT_NOT_FOUND)) SignOut(code, account);
     op.Stop(code, "Failed to query service check, resp=%s", Redact(body).c_str());
   });
 }

@@ -4,6 +4,8 @@
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
+#include <thread>
+
 #include "pkce/token_bench.h"
 #include "process.h"
 #include "sim/device_token.h"
@@ -190,6 +192,29 @@ TEST(Report, ATokenThatCannotBeRenewedChangesNothing) {
     EXPECT_THAT(bench.device.LastLine(), StartsWith("kivo_report_info Failed to renew token: "));
     EXPECT_EQ(tokens, ReadFile(kTokenFile));
     EXPECT_TRUE(User().Exists());
+  }
+}
+
+TEST(Report, AnAnswerAfterASignOutTouchesNothing) {
+  for (const char* code : {"good", "badauth"}) {
+    SCOPED_TRACE(code);
+    ReportBench bench;
+    Fault fault = Fault::Answer(200, R"({"code":")" + std::string(code) + R"(","report_cron_timestring":"1 2 * * *"})");
+    fault.skipHandler = true;
+    fault.delay = std::chrono::seconds(1);
+    bench.cloud->QueueFault(kReport, fault);
+    std::thread other([&] {  // another account signs in while the report is on its way
+      while (bench.cloud.Requests(kReport).empty()) std::this_thread::yield();
+      WriteFile(kRecord, Lines("kivoID=bob@b|kivoIDSerial=2|lu_auth_key=bobs"));
+      unlink(kCronJob);
+    });
+    EXPECT_EQ(*code == 'g' ? 0 : -1, VARNKIVOReportInfo());
+    other.join();
+    EXPECT_EQ("bob@b 2 bobs", User().GetEmail() + " " + User().GetUserId() + " " + User().GetAuthKey());
+    EXPECT_EQ("~ 9~16 * * 1~5", User().GetReportCronTimestring());
+    EXPECT_FALSE(IsThere(kCronJob));
+    EXPECT_EQ("", ReportBench::Notification());
+    EXPECT_EQ(1u, bench.cloud.Requests().size());
   }
 }
 

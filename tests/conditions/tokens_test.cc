@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <varnkivo/account_pkce_service.h>
 #include <varnkivo/kivo_exception.h>
+#include <varnkivo/package_pkce_client.h>
 
 #include <chrono>
 
@@ -13,18 +14,23 @@
 
 using namespace conditions;
 using varnkivo::AccountPkceService;
+using varnkivo::PackagePkceClient;
 
 namespace {
 
 constexpr char kTokenFile[] = "/usr/varn/etc/varnholt-account/private/lum_token.json";
 constexpr char kSerial[] = "2040VKN000001";
 
-std::string Token() {
+std::string TokenOf(std::string (*get)()) {
   try {
-    return AccountPkceService().GetAccessToken();
+    return get();
   } catch (const varnkivo::KivoException& error) {
     return "code " + std::to_string(error.GetCode());
   }
+}
+
+std::string Token() {
+  return TokenOf([] { return AccountPkceService().GetAccessToken(); });
 }
 
 /// Signed in, with a token that has expired an hour ago.
@@ -38,16 +44,16 @@ kivosim::Simulator& ExpiredCloud() {
   return cloud;
 }
 
-TEST(Tokens, ManyProcessesAtExpiryRenewOnceAndAllGetTheSame) {
-  auto& cloud = ExpiredCloud();
+/// Every one of many processes that ask at one moment gets what one that asks after them gets.
+void ExpectTheSameInManyProcesses(int count, std::string (*token)()) {
   int go[2], answers[2];
   ASSERT_TRUE(pipe(go) == 0 && pipe(answers) == 0);
-  for (int i = 0; i < 20 * kTimes; ++i) {
+  for (int i = 0; i < count; ++i) {
     if (fork() != 0) continue;
     close(go[1]);
     char start;
     while (read(go[0], &start, 1) > 0) continue;  // until the parent opens the gate
-    const std::string line = Token() + "\n";
+    const std::string line = token() + "\n";
     _exit(write(answers[1], line.data(), line.size()) == static_cast<ssize_t>(line.size()) ? 0 : 1);
   }
   close(answers[1]);
@@ -58,12 +64,28 @@ TEST(Tokens, ManyProcessesAtExpiryRenewOnceAndAllGetTheSame) {
   for (ssize_t got; (got = read(answers[0], block, sizeof block)) > 0;)
     all.append(block, static_cast<std::size_t>(got));
   close(answers[0]);
-  for (int i = 0, status = -1; i < 20 * kTimes; ++i) EXPECT_TRUE(wait(&status) > 0 && status == 0) << status;
-  const std::string expected = InChild(Token) + "\n";
+  for (int i = 0, status = -1; i < count; ++i) EXPECT_TRUE(wait(&status) > 0 && status == 0) << status;
+  const std::string expected = InChild(token) + "\n";
   std::string same;
-  for (int i = 0; i < 20 * kTimes; ++i) same += expected;
+  for (int i = 0; i < count; ++i) same += expected;
+  EXPECT_EQ(0u, expected.find("at-")) << expected;
   EXPECT_TRUE(all == same) << all.substr(0, 400);
+}
+
+TEST(Tokens, ManyProcessesAtExpiryRenewOnce) {
+  const auto& cloud = ExpiredCloud();
+  ExpectTheSameInManyProcesses(20 * kTimes, Token);
   EXPECT_EQ(1u, cloud.Requests().size());
+}
+
+TEST(Tokens, ManyProcessesAtAPackagesFirstUseAskOnce) {
+  auto& cloud = ExpiredCloud();
+  EXPECT_EQ(0u, InChild(Token).find("at-"));
+  unlink("/tmp/account_photos_pkce_client.conf");
+  unlink((std::string(kFolder) + "photos_token.json").c_str());
+  cloud.ClearJournal();
+  ExpectTheSameInManyProcesses(64, [] { return TokenOf([] { return PackagePkceClient("photos").GetAccessToken(); }); });
+  EXPECT_EQ(3u, cloud.Requests().size());
 }
 
 TEST(Tokens, AKillBetweenTheRotationAndTheSaveHealsWithoutAPerson) {

@@ -18,6 +18,7 @@ constexpr mode_t kPrivateFile = S_IFREG | 0600, kPublicFile = S_IFREG | 0644, kL
 constexpr uid_t kAccountId = 934;
 constexpr std::size_t kMayShow = 10;  // characters of a secret
 const std::string kJob = std::string(kCron) + "kivo", kTokenFile = std::string(kPrivate) + "lum_token.json";
+const std::string kPackageConfig = "/tmp/account_photos_pkce_client.conf";
 constexpr char kSignOut[] = "Failed to rescue by authkey, force logout";
 
 std::string Facts(const File& file) {
@@ -54,7 +55,9 @@ bool EndsByPromise(const Outcome& outcome) {
 bool SaysNothing(const std::string& content) { return content.find_first_not_of('\0') == std::string::npos; }
 
 bool IsOperationLock(const std::string& path) {
-  for (const char* name : {"query_info", "lum_get_token", "lum_renew_token", "lum_exchange_token", "lum_save_token"})
+  for (const char* name : {"query_info", "lum_get_token", "lum_renew_token", "lum_exchange_token", "lum_save_token",
+                           "photos_get_token", "photos_exchange_token", "photos_save_token", "photos_package_get_token",
+                           "photos_package_grant_by_lum", "photos_package_retrieve_config"})
     if (path == std::string("/tmp/account_") + name + ".lock") return true;
   return false;
 }
@@ -185,6 +188,11 @@ void Checker::CheckFiles(const Files& files, bool removalFailed) {
       CheckPrivateFile(path, file, removalFailed);
     } else if (IsOperationLock(path)) {
       if (file.mode != kLockFile || !file.content.empty()) Complain(path + ": " + Facts(file));
+    } else if (path == kPackageConfig) {
+      if (file.mode != kPublicFile || file.uid != kAccountId || file.content.back() != '\n')
+        Complain(path + ": " + Facts(file));
+    } else if (ended_ && isIn(kPackageConfig + ".")) {
+      continue;  // the next one, which has not got its name: nothing in it is secret
     } else if (path == kJob) {
       if (file.mode != kPublicFile || file.uid != 0 || file.gid != 0 || file.content != reference_.job)
         Complain(path + ": " + Facts(file));

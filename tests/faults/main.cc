@@ -124,7 +124,7 @@ class Campaign {
 
   bool HasChangedSomething() {
     if (scenario_.tokens == Tokens::kReplaced) return TokensAreGood();
-    return reference_.records.size() >= 2 || scenario_.run == OnlyTells();
+    return reference_.records.size() >= 2 || scenario_.recordStays;
   }
 
   bool TokensAreGood() {

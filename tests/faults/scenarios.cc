@@ -88,13 +88,12 @@ const std::vector<Scenario>& Scenarios() {
        Loss::kNever,
        &PrepareRefusedReport,
        &LogoutAgain},
-      {"register", 1000, bob, &Register, {}, true, Tokens::kNone, Loss::kNever, &PrepareRegistration},
+      {"register", 1000, bob, &Register, {}, true, Tokens::kNone, Loss::kNever, &PrepareRegistration, nullptr, true},
+      {"package", 934, ann, &GetPackageToken, {}, true, Tokens::kNone, Loss::kNever, &PreparePackage, nullptr, true},
       {"logout", 0, ann, &Logout, {}, false, Tokens::kRemoved, Loss::kNever, &PrepareLogout, &LogoutAgain},
   };
   return scenarios;
 }
-
-int (*OnlyTells())() { return &Register; }
 
 std::vector<std::string> Secrets() { return {kPassword, kAuthKey, kOldAuthKey, kVerifier}; }
 

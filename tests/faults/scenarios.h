@@ -35,11 +35,10 @@ struct Scenario {
   Loss loss = Loss::kNever;
   CloudProcess::Work prepare = nullptr;  // leaves what the operation finds; gives a line for each run, for UseLine
   int (*again)() = nullptr;              // how it is repeated once the cloud has forgotten the device; null: as ever
+  bool recordStays = false;              // it has nothing to change in the record
 };
 
 const std::vector<Scenario>& Scenarios();
-/// The operation that has nothing to change on the device.
-int (*OnlyTells())();
 
 /// What no log may show.
 std::vector<std::string> Secrets();

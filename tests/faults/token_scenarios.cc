@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <varnkivo/account_pkce_service.h>
 #include <varnkivo/kivo_exception.h>
+#include <varnkivo/package_pkce_client.h>
 
 #include <chrono>
 #include <fstream>
@@ -90,6 +91,11 @@ std::string PrepareRefusedReport(kivosim::Simulator& cloud, const std::string& t
   return PrepareLogout(cloud, text);
 }
 
+std::string PreparePackage(kivosim::Simulator& cloud, const std::string&) {
+  StoreTokens(cloud, "lum", std::chrono::hours(0));
+  return "";
+}
+
 std::string PrepareRegistration(kivosim::Simulator& cloud, const std::string&) {
   AnswerAlways(cloud, "device/api/user/register", "good");
   return "";
@@ -104,6 +110,12 @@ int PkceLogin() {
 int GetToken() {
   return ResultOf([] {
     if (varnkivo::AccountPkceService().GetAccessToken().empty()) throw std::logic_error("an empty token");
+  });
+}
+
+int GetPackageToken() {
+  return ResultOf([] {
+    if (varnkivo::PackagePkceClient("photos").GetAccessToken().empty()) throw std::logic_error("an empty token");
   });
 }
 

@@ -19,6 +19,7 @@ std::string PrepareLogout(kivosim::Simulator& cloud, const std::string&);
 std::string PrepareReport(kivosim::Simulator& cloud, const std::string&);
 /// As for a sign-out, and an account centre that refuses every report.
 std::string PrepareRefusedReport(kivosim::Simulator& cloud, const std::string&);
+std::string PreparePackage(kivosim::Simulator& cloud, const std::string&);  ///< a good token of the device
 /// An account centre that registers everybody, also twice.
 std::string PrepareRegistration(kivosim::Simulator& cloud, const std::string&);
 
@@ -26,6 +27,7 @@ std::string PrepareRegistration(kivosim::Simulator& cloud, const std::string&);
 void UseLine(const std::string& line);
 int PkceLogin();
 int GetToken();
+int GetPackageToken();
 int Logout();
 int Report();
 int RefusedReport();  ///< 0 when it was refused, or when nobody is signed in

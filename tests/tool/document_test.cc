@@ -25,6 +25,7 @@ const Query kQueries[] = {{"status", {"status", "--json"}, 0},
                           {"whoami", {"whoami", "--json"}, 3},
                           {"is-signed-in", {"is-signed-in", "--json"}, 3},
                           {"account", {"account", "show", "--json"}, 3},
+                          {"packages", {"packages", "--json"}, 0},
                           {"paths", {"paths", "--json"}, 0},
                           {"version", {"version", "--json"}, 0}};
 

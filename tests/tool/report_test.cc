@@ -6,7 +6,6 @@
 #include <varnkivo/user.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "tool_fixture.h"
 

@@ -118,6 +118,7 @@ void DefineCommandLine(CLI::App& app, Invocation& call) {
   AddIsSignedIn(app, call);
   AddAccount(app, call);
   AddReport(app, call);
+  AddPackages(app, call);
   AddPaths(app, call);
   AddVersion(app, call);
   AddReportInfo(app, call);

@@ -29,6 +29,7 @@ void AddWhoami(CLI::App& app, Invocation& call);
 void AddIsSignedIn(CLI::App& app, Invocation& call);
 void AddAccount(CLI::App& app, Invocation& call);
 void AddReport(CLI::App& app, Invocation& call);
+void AddPackages(CLI::App& app, Invocation& call);
 void AddPaths(CLI::App& app, Invocation& call);
 void AddVersion(CLI::App& app, Invocation& call);
 void AddReportInfo(CLI::App& app, Invocation& call);

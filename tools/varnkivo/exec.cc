@@ -9,8 +9,8 @@
 #include <memory>
 
 #include "command_line.h"
-#include "device_token.h"
 #include "failure.h"
+#include "fetch_token.h"
 #include "rights.h"
 #include "text.h"
 
@@ -23,6 +23,7 @@ constexpr char kNotRun[] = "Nothing; the program was not run.";
 struct ExecOptions {
   std::vector<std::string> command;
   bool json = false;
+  TokenWish wish;
 };
 
 [[noreturn]] void Become(std::vector<std::string>& command) {
@@ -44,11 +45,11 @@ struct ExecOptions {
 Exit RunExec(ExecOptions& options) {
   if (options.command.empty())
     throw UsageFailure("No program was given: it and its arguments follow \"--\".", "varnkivo exec --help");
-  const std::string again = "varnkivo exec -- " + ShellWord(options.command[0]);
-  const std::string token = FetchDeviceToken(false, again, options.json);
+  options.wish.again = "varnkivo exec" + PackageWords(options.wish) + " -- " + ShellWord(options.command[0]);
+  const std::string token = FetchToken(options.wish, options.json).text;
   if (!DropRaisedRights())
     throw Failure{kPermission, std::nullopt, "The tool's raised rights could not be given up.",
-                  Retry::kNo,  kNotRun,      "sudo " + again};
+                  Retry::kNo,  kNotRun,      "sudo " + options.wish.again};
   unsetenv(kVariable);  // setenv() changes one of two with the same name, and the program may read the other
   setenv(kVariable, token.c_str(), 1);
   Become(options.command);
@@ -60,10 +61,12 @@ void AddExec(CLI::App& app, Invocation& call) {
   auto options = std::make_shared<ExecOptions>();
   CLI::App* verb =
       AddVerb(app, call, "exec", "Run the program after \"--\", with a valid access token in VARNKIVO_ACCESS_TOKEN",
-              "varnkivo exec -- sh -c 'echo \"Authorization: Bearer $VARNKIVO_ACCESS_TOKEN\" | curl -H @- URL'\n\n"
+              "varnkivo exec -- sh -c 'echo \"Authorization: Bearer $VARNKIVO_ACCESS_TOKEN\" | curl -H @- URL'\n"
+              "  varnkivo exec --package photos -- /usr/local/bin/photos-sync\n\n"
               "Ends with the program's own exit code; with 127 where there is no such program, and 126 where it cannot "
               "be run.");
   verb->get_option("--json")->description("An error of the tool is one JSON object on stderr");
+  AddPackageOption(*verb, options->wish);
   verb->callback([options, &call] {
     options->json = call.json;
     options->command = call.program;

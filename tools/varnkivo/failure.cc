@@ -77,6 +77,7 @@ const char* NextByDefault(Doing doing) {
     case Doing::kBrowserLogin:
       return "Nothing; what this sign-in had stored already stays until the next one.";
     case Doing::kToken:
+    case Doing::kPackageToken:
       return "It keeps what it has, and tries again when the next program asks for a token.";
     case Doing::kLogout:
       return "Nothing; it stays signed in, and no file was removed.";
@@ -146,10 +147,21 @@ void SharpenReportOrChange(Failure& failure, int code, const Situation& situatio
   if (code == KIVO_ERR_ACCOUNT_IN_USE && situation.doing == Doing::kChangeWithPassword) failure.run = situation.again;
 }
 
+/// The account centre answers 404 for a package that it does not know; other words say nothing of the name.
+void SharpenPackage(Failure& failure, int code, const Situation& situation) {
+  if (code == KIVO_ERR_AUTH) failure.cause = "The account centre refuses to renew the package's token.";
+  if (code != KIVO_ERR_RESPONSE || situation.text.find("code=404,") == std::string::npos) return;
+  failure.cause = "The account centre knows no package of this name.";
+  failure.retry = Retry::kNo;
+  failure.run = "varnkivo packages";
+}
+
 /// The same library code can mean more than one thing; here is what the situation tells apart.
 void Sharpen(Failure& failure, int code, const Situation& situation) {
   if (IsReportOrChange(situation.doing)) {
     SharpenReportOrChange(failure, code, situation);
+  } else if (situation.doing == Doing::kPackageToken) {
+    SharpenPackage(failure, code, situation);
   } else if (code == KIVO_ERR_SYSTEM && situation.serverAnswer.rfind("badsys", 0) == 0) {
     failure.cause = "The account centre reported a fault of its own (\"badsys\").";
     failure.retry = Retry::kYes;

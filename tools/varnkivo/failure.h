@@ -34,6 +34,7 @@ struct Situation {
     kBrowserLogin,
     kQuery,
     kToken,
+    kPackageToken,
     kLogout,
     kReport,
     kRegister,

@@ -30,7 +30,7 @@ struct Status {
 Status Gather(std::int64_t now) {
   Status status;
   status.account = ReadAccountState();
-  status.token = ReadTokenState("lum");
+  status.token = ReadTokenState(kDeviceClient);
   status.record = LookAt(kRecordPath);
   status.jobFile = LookAt(kJobPath);
   status.jobLine = ReadJobLine();

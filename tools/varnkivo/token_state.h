@@ -8,6 +8,9 @@
 
 namespace kivotool {
 
+constexpr char kDeviceClient[] = "lum";
+constexpr char kPrivateFolder[] = "/usr/varn/etc/varnholt-account/private/";
+
 struct TokenState {
   bool known = true;  ///< false: this user may not see it, or it cannot be read as what it should be
   bool exists = false;
@@ -15,7 +18,7 @@ struct TokenState {
   std::int64_t expiresAt = 0;  ///< the last second in which it is valid
 };
 
-/// The token file of `client` ("lum" is the device's own). Asks nobody.
+/// The token file of `client` (kDeviceClient: the device's own). Asks nobody.
 TokenState ReadTokenState(const std::string& client);
 std::string TokenPath(const std::string& client);
 

@@ -1,0 +1,141 @@
+// Asks the library for a token and finds the words where it has none. The token itself is never part of a failure.
+// A package's name becomes part of a path: the library is asked first, since it refuses the names that must not.
+#include "fetch_token.h"
+
+#include <varnkivo/account_pkce_service.h>
+#include <varnkivo/kivo_exception.h>
+#include <varnkivo/package_pkce_client.h>
+
+#include <algorithm>
+#include <ctime>
+#include <typeinfo>
+
+#include "account_state.h"
+#include "failure.h"
+#include "history.h"
+#include "spinner.h"
+#include "text.h"
+
+namespace kivotool {
+namespace {
+
+constexpr int kSeconds = 30 + 4 * 30;          // the lock, then a renewal, a grant, its exchange and a sign-out
+constexpr int kPackageSeconds = 2 * kSeconds;  // the same once more for the package, on the strength of the device's
+
+Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error) {
+  if (!wish.ofPackage) return Explain(error.GetCode(), {Situation::Doing::kToken, wish.again, error.what(), ""});
+  if (error.GetCode() == KIVO_ERR_BAD_PARAM) {
+    Failure failure = UsageFailure(
+        "A package's name is 1 to 128 of A-Z a-z 0-9 . _ -, does not begin with a dot, and is not \"lum\".",
+        "varnkivo packages");
+    failure.libraryCode = error.GetCode();
+    return failure;
+  }
+  return Explain(error.GetCode(), {Situation::Doing::kPackageToken, wish.again, error.what(), ""});
+}
+
+/// The sign-in may have ended in the middle: the library signs the device out when nothing can rescue the token.
+Failure TokenFailure(const TokenWish& wish, const varnkivo::KivoException& error, const AccountState& before,
+                     Voice voice) {
+  if (NoticeSignOut(before, error.GetCode(), voice)) {
+    Failure failure = NotSignedInFailure();
+    failure.libraryCode = error.GetCode();
+    failure.cause = "The account centre no longer accepts this device: it has been signed out.";
+    return failure;
+  }
+  const Failure failure = PlainFailure(wish, error);
+  if (before.signIn == SignIn::kSignedIn || failure.exit != kNotSignedIn) return failure;
+  Failure signedOut = NotSignedInFailure();
+  signedOut.libraryCode = error.GetCode();
+  return signedOut;
+}
+
+Failure UselessToken(const TokenWish& wish, const char* cause, const char* deviceNext) {
+  return {kFailed,    std::nullopt,
+          cause,      Retry::kNo,
+          deviceNext, wish.ofPackage ? "varnkivo token" + PackageWords(wish) + " --force" : "varnkivo logout --local"};
+}
+
+/// RFC 6749, appendix A.12. A header or a script must not get more than a token, or nothing at all.
+void RequirePrintable(const TokenWish& wish, const std::string& token) {
+  const auto belongs = [](unsigned char c) { return c >= 0x20 && c <= 0x7e; };
+  if (!token.empty() && std::all_of(token.begin(), token.end(), belongs)) return;
+  throw UselessToken(wish, "The stored token is empty or no token at all.",
+                     "Nothing; it takes the token for valid until it expires.");
+}
+
+void RequireValidity(const TokenWish& wish, const FetchedToken& token) {
+  const std::int64_t left = token.state.expiresAt - token.at;
+  if (wish.minValid <= 0 || left >= wish.minValid) return;
+  const std::string valid = "The token is valid for " + std::to_string(left) + " s only.";
+  if (wish.ofPackage)
+    throw Failure{kUnreachable,
+                  std::nullopt,
+                  valid + " It has just been granted.",
+                  Retry::kNo,
+                  "Nothing; the account centre says for how long a token is valid.",
+                  wish.again};
+  throw Failure{kUnreachable,
+                std::nullopt,
+                valid,
+                Retry::kYes,
+                "It renews the token when that has expired, not before.",
+                left < 0 ? wish.again : "sleep " + std::to_string(left + 1) + "; " + wish.again};
+}
+
+template <class Source>
+FetchedToken Ask(const Source& source, const TokenWish& wish, const std::string& client) {
+  FetchedToken token;
+  token.text = wish.id ? source.GetIdToken() : source.GetAccessToken();
+  token.state = ReadTokenState(client);
+  token.at = std::time(nullptr);
+  return token;
+}
+
+/// A set that came just now is not granted once more: another would be no longer valid.
+FetchedToken AskForPackage(const TokenWish& wish) {
+  const varnkivo::PackagePkceClient client(wish.package);
+  const std::int64_t begin = std::time(nullptr);
+  if (wish.grantAnew) client.ForceRenewToken();
+  const FetchedToken token = Ask(client, wish, wish.package);
+  const bool enough = token.state.expiresAt - token.at >= wish.minValid;
+  if (wish.minValid <= 0 || enough || token.state.createdAt >= begin) return token;
+  client.ForceRenewToken();
+  return Ask(client, wish, wish.package);
+}
+
+}  // namespace
+
+FetchedToken FetchToken(const TokenWish& wish, bool quiet) {
+  const AccountState before = ReadAccountState();
+  try {
+    const Spinner spinner("Asking for a token", wish.ofPackage ? kPackageSeconds : kSeconds, !quiet);
+    FetchedToken token =
+        wish.ofPackage ? AskForPackage(wish) : Ask(varnkivo::AccountPkceService(), wish, kDeviceClient);
+    RequirePrintable(wish, token.text);
+    RequireValidity(wish, token);
+    return token;
+  } catch (const varnkivo::KivoException& error) {
+    throw TokenFailure(wish, error, before, VoiceFor(quiet));
+  } catch (const std::bad_cast&) {
+    throw UselessToken(wish, "The stored token has no usable lifetime.", "Nothing; it cannot tell when to renew it.");
+  }
+}
+
+CLI::Option* AddPackageOption(CLI::App& verb, TokenWish& wish) {
+  return verb
+      .add_option_function<std::string>(
+          "--package",
+          [&wish](const std::string& name) {
+            wish.ofPackage = true;
+            wish.package = name;
+          },
+          "The token of the installed package NAME instead of the device's own")
+      ->type_name("NAME");
+}
+
+std::string PackageWords(const TokenWish& wish) {
+  return wish.ofPackage ? " --package " + ShellWord(wish.package) : "";
+}
+
+}  // namespace kivotool
