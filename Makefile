@@ -6,6 +6,8 @@
 #   make test-browser   a sign-in in a headless browser; its pictures of every page are in build/dev/screenshots
 #   make faults   every fault at every place of each operation: five to ten minutes (`make test` tries a part)
 #   make bench    the benchmarks, with the build that ships
+#   make deb      the Debian packages, in build/deb
+#   make fuzz     every fuzz target for SECONDS=10; TESTS=REGEX those whose names match
 #   make format   lays out the C and C++ files
 #   make clean    removes the build trees
 #
@@ -13,12 +15,13 @@
 PRESET ?= dev
 JOBS ?= $(shell nproc)
 TESTS ?= .
+SECONDS ?= 10
 BUILD = build/$(PRESET)
 
 privileged = $(shell [ "$$(id -u)" = 0 ] || sudo -n true 2>/dev/null && echo yes)$(VARNKIVO_SANDBOX)
 sources = git ls-files -z --cached --others --exclude-standard -- '*.h' '*.cc' '*.c' | xargs -0 -r clang-format
 
-.PHONY: build demo console test test-browser faults bench format check-format clean
+.PHONY: build demo console test test-browser faults bench deb fuzz format check-format clean
 
 build:
 	@scripts/bootstrap
@@ -49,6 +52,12 @@ bench: PRESET = release
 bench: TARGET = varnkivo-bench
 bench: build
 	@scripts/sandbox $(BUILD)/bench/varnkivo-bench
+
+deb:
+	@scripts/build-packages
+
+fuzz:
+	@scripts/fuzz --seconds $(SECONDS) '$(TESTS)'
 
 format:
 	@$(sources) -i

@@ -2,6 +2,7 @@
 # the folders are, so that every target of the project gets them without asking.
 set(VARNKIVO_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 option(VARNKIVO_COVERAGE "Build for gcov" OFF)
+option(VARNKIVO_FUZZ "Build the fuzz targets, with clang and VARNKIVO_SANITIZE" OFF)
 
 add_library(varnkivo_warnings INTERFACE)
 target_compile_options(varnkivo_warnings INTERFACE
@@ -25,7 +26,11 @@ else()
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
 endif()
 
-link_libraries(varnkivo_warnings varnkivo_hardening)
+if(VARNKIVO_FUZZ)
+  target_compile_options(varnkivo_hardening INTERFACE -fsanitize=fuzzer-no-link)  # counts edges; no main() of its own
+endif()
+
+link_libraries($<BUILD_INTERFACE:varnkivo_warnings> $<BUILD_INTERFACE:varnkivo_hardening>)  # not for those who use what is installed
 
 # A shared library names all it needs. Not with sanitizers: their runtime is found through the program.
 function(varnkivo_no_undefined target)

@@ -71,6 +71,10 @@ struct _tag_kivo_error_code_row_ {
 /// The account centre's error strings in order of precedence; ends with {NULL, 24}.
 extern KIVO_API const struct _tag_kivo_error_code_row_ gErrorCodeMap[];
 
+/// The version of the library that is loaded, as VARNKIVO_VERSION gives the one compiled for: "major.minor.patch".
+/// Never null, not to be freed; the slot is not touched.
+KIVO_API const char* VARNKIVOVersionGet(void);
+
 /// Stores `code` in the last-error slot and returns it.
 KIVO_API int VARNKIVOErrSet(int code);
 /// The last-error slot: one integer for the whole process, not per thread. Read it right after the failing call.

@@ -1,7 +1,8 @@
-// `version`: the version of the tool and of the library it was built for, which are the same. Touches nothing.
+// `version`: the version of the tool, and that of the loaded library where it is another one. Touches nothing.
 #include <varnkivo/varnkivo.h>
 
 #include <cstdio>
+#include <cstring>
 
 #include "command_line.h"
 #include "output.h"
@@ -13,9 +14,11 @@ Exit RunVersion(bool json) {
   if (json) {
     Json::Value document = NewDocument();
     document["version"] = VARNKIVO_VERSION;
+    document["library_version"] = VARNKIVOVersionGet();
     PrintDocument(document);
   } else {
     std::puts("varnkivo " VARNKIVO_VERSION);
+    if (std::strcmp(VARNKIVO_VERSION, VARNKIVOVersionGet()) != 0) std::printf("libvarnkivo %s\n", VARNKIVOVersionGet());
   }
   return kDone;
 }
