@@ -21,7 +21,7 @@ int TryLock(const char* path, bool exclusive, int* handle) {
     return errno == EWOULDBLOCK ? Fail(VLIB_ERR_LOCK_HELD) : FailErrno(VLIB_ERR_LOCK);
   }
   // A cleaner may have replaced the file between open and lock: then the next one would lock another file.
-  if (!IsSameFile(fd.Get(), path)) {
+  if (!IsSameFile(status, path)) {
     LockFd(fd.Get(), LOCK_UN);
     return Fail(VLIB_ERR_LOCK);
   }

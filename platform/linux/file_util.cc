@@ -172,11 +172,9 @@ bool LockFd(int fd, int operation) {
   return result == 0;
 }
 
-bool IsSameFile(int fd, const std::string& path) {
-  struct stat held {
-  }, named{};
-  return fstat(fd, &held) == 0 && lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev &&
-         held.st_ino == named.st_ino;
+bool IsSameFile(const struct stat& held, const std::string& path) {
+  struct stat named {};
+  return lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev && held.st_ino == named.st_ino;
 }
 
 bool SiblingLock::Acquire(const std::string& path) {
@@ -191,7 +189,8 @@ bool SiblingLock::Acquire(const std::string& path) {
     if (!fd || fstat(fd.Get(), &status) != 0) return FailErrno(VLIB_ERR_LOCK) == 0;
     if (!S_ISREG(status.st_mode)) return Fail(VLIB_ERR_NOT_REGULAR) == 0;
     if (!LockFd(fd.Get(), LOCK_EX)) return FailErrno(VLIB_ERR_LOCK) == 0;
-    if (IsSameFile(fd.Get(), lockPath)) {
+    struct stat held {};
+    if (fstat(fd.Get(), &held) == 0 && IsSameFile(held, lockPath)) {
       fd_ = std::move(fd);
       return true;
     }

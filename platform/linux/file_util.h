@@ -85,8 +85,8 @@ class SiblingLock {
 
 /// flock(2) that goes on after a signal.
 bool LockFd(int fd, int operation);
-/// Whether the path still names the file that is open as `fd`.
-bool IsSameFile(int fd, const std::string& path);
+/// Whether the path still names the file whose facts are `held`.
+bool IsSameFile(const struct stat& held, const std::string& path);
 
 }  // namespace varnplatform
 

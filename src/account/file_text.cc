@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace varnkivo {
 namespace {
+
+constexpr std::size_t kBlock = 8192;
 
 /// Keeps errno.
 struct Closer {
@@ -21,23 +24,33 @@ struct Closer {
   }
 };
 
-/// `expected` bytes or so: a text that grows would leave its old memory behind as it was.
+/// The longer text in a memory of its own; what the old one held is wiped with it.
+void Grow(Wiped& text) {
+  Wiped longer(text.size() * 2, '\0');
+  text.copy(longer.data(), text.size());
+  text.swap(longer);
+}
+
+/// `expected` bytes, or until the end of a file that does not tell its size.
 std::optional<Wiped> ReadAll(int file, std::size_t expected) {
-  Wiped text;
-  if (expected <= kMostFileBytes) text.reserve(expected + 1);
-  char block[8192];
+  Wiped text(expected == 0 ? kBlock : std::min(expected, kMostFileBytes) + 1, '\0');
+  std::size_t size = 0;
   for (;;) {
-    const ssize_t length = read(file, block, sizeof block);
-    if (length <= 0) explicit_bzero(block, sizeof block);
-    if (length == 0) return text;
+    const std::size_t room = text.size() - size;
+    const ssize_t length = read(file, text.data() + size, room);
     if (length < 0 && errno == EINTR) continue;
     if (length < 0) return std::nullopt;
-    text.append(block, static_cast<std::size_t>(length));
-    if (text.size() > kMostFileBytes) {
+    size += static_cast<std::size_t>(length);
+    if (size > kMostFileBytes) {
       errno = EFBIG;
       return std::nullopt;
     }
+    const bool isAsLongAsTold = size == expected && static_cast<std::size_t>(length) < room;
+    if (length == 0 || isAsLongAsTold) break;
+    if (size == text.size()) Grow(text);
   }
+  text.resize(size);
+  return text;
 }
 
 std::optional<Wiped> Read(const char* path, int flags, bool (*isAcceptable)(const struct stat&)) {

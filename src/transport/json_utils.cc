@@ -26,7 +26,7 @@ bool ParseJson(const std::string& text, Json::Value& out) {
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
   Json::Reader reader;
   try {
-    return reader.parse(text, out, true);
+    return reader.parse(text, out, false);  // without the comments
   } catch (const Json::RuntimeError&) {
     return false;
   }
