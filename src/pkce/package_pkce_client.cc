@@ -157,19 +157,25 @@ void PackagePkceClientImpl::GrantByAccountService() const {
 std::string PackagePkceClientImpl::GetToken(const char* key) const {
   RequireName();
   const OperationLock lock(packageName_, "_package_get_token");
-  if (!client_.HasTokenFile()) GrantByAccountService();
+  std::optional<std::string> token = FindOrRescue(key);
+  if (token) return *std::move(token);
+  GrantByAccountService();
+  token = FindOrRescue(key);
+  if (token) return *std::move(token);
+  throw NoTokenFile();
+}
+
+/// Nothing where there is no token file.
+std::optional<std::string> PackagePkceClientImpl::FindOrRescue(const char* key) const {
+  const auto config = [this] { return GetUsableConfig(); };
   try {
-    return ReadToken(key);
+    return client_.impl_->FindToken(key, config);
   } catch (const KivoException& error) {
     if (error.GetCode() != KIVO_ERR_AUTH) throw;
   }
   LogError(kSource, "Rescue package[%s] renew pkce token by lum token", packageName_.c_str());
   GrantByAccountService();
-  return ReadToken(key);
-}
-
-std::string PackagePkceClientImpl::ReadToken(const char* key) const {
-  return client_.impl_->GetToken(key, [this] { return GetUsableConfig(); });
+  return client_.impl_->GetToken(key, config);
 }
 
 void PackagePkceClientImpl::ForceRenewToken() const {

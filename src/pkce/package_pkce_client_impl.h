@@ -6,6 +6,7 @@
 
 #include <json/json.h>
 
+#include <optional>
 #include <string>
 
 namespace varnkivo {
@@ -28,7 +29,7 @@ class PackagePkceClientImpl {
   Json::Value GetUsableConfig() const;
   void GrantByAccountService() const;
   std::string GetToken(const char* key) const;
-  std::string ReadToken(const char* key) const;
+  std::optional<std::string> FindOrRescue(const char* key) const;
   void RequireName() const;
 
   std::string packageName_;

@@ -52,11 +52,18 @@ std::string FillIn(std::string scope) {
 
 }  // namespace
 
-std::string PkceClientImpl::GetToken(const char* key, const ConfigSource& config) const {
+std::optional<std::string> PkceClientImpl::FindToken(const char* key, const ConfigSource& config) const {
   const TokenFile file(name_);
   const OperationLock lock(name_, "_get_token");
-  const TokenSet tokens = file.Read();
-  return (tokens.IsTokenExpired(time(nullptr)) ? RenewToken(config()) : tokens).GetPkceTokenVal(key);
+  const std::optional<TokenSet> tokens = file.Find();
+  if (!tokens) return std::nullopt;
+  return tokens->IsTokenExpired(time(nullptr)) ? RenewToken(config()).GetPkceTokenVal(key)
+                                               : tokens->GetPkceTokenVal(key);
+}
+
+std::string PkceClientImpl::GetToken(const char* key, const ConfigSource& config) const {
+  if (std::optional<std::string> token = FindToken(key, config)) return *std::move(token);
+  throw NoTokenFile();
 }
 
 TokenSet PkceClientImpl::RenewToken(const Json::Value& config) const {

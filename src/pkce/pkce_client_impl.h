@@ -24,7 +24,10 @@ class PkceClientImpl {
   void SetPkceConfig(const Json::Value& config) { config_ = config; }
   const Json::Value& GetConfig() const { return config_; }
   bool HasTokenFile() const { return TokenFile(name_).Exists(); }
-  /// `key`: a member of the token set. The configuration is asked for when a renewal is due.
+  /// `key`: a member of the token set. The configuration is asked for when a renewal is due. Nothing where there is no
+  /// token file.
+  std::optional<std::string> FindToken(const char* key, const ConfigSource& config) const;
+  /// As FindToken, but throws KivoException 22 without a token file.
   std::string GetToken(const char* key, const ConfigSource& config) const;
   /// Stores the set only if it is still `wanted` when it is there; throws KivoException 22 otherwise.
   void ExchangeToken(const Json::Value& config, const std::string& code, const std::string& codeVerifier,

@@ -63,6 +63,8 @@ bool IsClientName(const std::string& name) {
          name.find_first_not_of(kAllowed) == std::string::npos;
 }
 
+KivoException NoTokenFile() { return KivoException(KIVO_ERR_TOKEN, "Failed to find an existed token file"); }
+
 TokenFile::TokenFile(const std::string& client) : path_(InPrivateDirectory(client + kSuffix)) {
   if (!IsClientName(client)) throw KivoException(KIVO_ERR_BAD_PARAM);
 }
@@ -80,7 +82,7 @@ bool TokenFile::Exists() const {
   return file >= 0;
 }
 
-TokenSet TokenFile::Read() const {
+std::optional<TokenSet> TokenFile::Find() const {
   std::optional<Wiped> text;
   bool exists = false;
   {
@@ -90,10 +92,15 @@ TokenSet TokenFile::Read() const {
       exists = text || errno == EINVAL || errno == EFBIG || errno == EIO;  // there, but of no use
     }
   }
-  if (!exists) throw KivoException(KIVO_ERR_TOKEN, "Failed to find an existed token file");
+  if (!exists) return std::nullopt;
   Json::Value members;
   if (!text || !ParseJson(*text, members)) throw KivoException(KIVO_ERR_BAD_JSON);
   return TokenSet(std::move(members));
+}
+
+TokenSet TokenFile::Read() const {
+  if (std::optional<TokenSet> tokens = Find()) return *std::move(tokens);
+  throw NoTokenFile();
 }
 
 PendingTokenFile::PendingTokenFile(const std::string& client, Site site)

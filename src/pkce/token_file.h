@@ -3,8 +3,10 @@
 #define VARNKIVO_PKCE_TOKEN_FILE_H_
 
 #include "internal/log.h"
+#include "kivo_exception.h"
 #include "token_set.h"
 
+#include <optional>
 #include <string>
 
 namespace varnkivo {
@@ -12,6 +14,9 @@ namespace varnkivo {
 /// Whether a client or package may have this name: 1 to 128 of A-Z a-z 0-9 . _ -, not starting with a dot. Names become
 /// parts of paths.
 bool IsClientName(const std::string& name);
+
+/// What is thrown where a client has no token file: code 22.
+KivoException NoTokenFile();
 
 /// CLIENT_token.json in the private directory, mode 0600, owner 934:934, replaced as a whole.
 class TokenFile {
@@ -24,7 +29,9 @@ class TokenFile {
   bool Exists() const;
   /// Whether nothing has its name: another process has signed the device out.
   bool IsGone() const;
-  /// Throws KivoException 22 when absent, 2 when it holds no JSON object.
+  /// Nothing where it cannot be opened. Throws KivoException 2 when it holds no JSON object.
+  std::optional<TokenSet> Find() const;
+  /// As Find, but throws KivoException 22 when absent.
   TokenSet Read() const;
 
  private:
