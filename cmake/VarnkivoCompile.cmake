@@ -15,7 +15,7 @@ target_link_options(varnkivo_hardening INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noex
 if(VARNKIVO_SANITIZE)
   target_compile_options(varnkivo_hardening INTERFACE
     # The compiler takes some of the code that it has instrumented for uninitialised.
-    -fsanitize=${VARNKIVO_SANITIZE} -Wno-maybe-uninitialized -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+    -fsanitize=${VARNKIVO_SANITIZE} $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized> -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
   target_link_options(varnkivo_hardening INTERFACE -fsanitize=${VARNKIVO_SANITIZE})
 elseif(VARNKIVO_COVERAGE)
   target_compile_options(varnkivo_hardening INTERFACE --coverage -O0)
