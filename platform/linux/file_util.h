@@ -83,6 +83,8 @@ class SiblingLock {
   UniqueFd fd_;
 };
 
+/// Makes a file another's. It stays its creator's in a user namespace that does not know the other.
+bool GiveAway(int fd, uid_t uid, gid_t gid);
 /// flock(2) that goes on after a signal.
 bool LockFd(int fd, int operation);
 /// Whether the path still names the file whose facts are `held`.

@@ -50,7 +50,7 @@ void MakeDirectories(const std::string& directory) {
 
 /// Root hands a new file to the account service, which appends to it too.
 bool PrepareNewFile(int fd) {
-  if (geteuid() == 0 && fchown(fd, kAccountUid, kAccountGid) != 0) return false;
+  if (geteuid() == 0 && !GiveAway(fd, kAccountUid, kAccountGid)) return false;
   return fchmod(fd, kReportMode) == 0;  // whatever the umask
 }
 

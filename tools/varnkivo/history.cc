@@ -75,6 +75,11 @@ Json::Value OwnSignOutJson(const OwnSignOut& signOut) {
   return out;
 }
 
+/// The file stays this process's in a user namespace that does not know the account service.
+void GiveToService(int file) {
+  if (fchown(file, kAccountId, kAccountId) != 0 && errno != EINVAL) Fail("set the owner");
+}
+
 /// Gives a new lock its mode and owner. The folder is the account service's: what it may have put in the lock's place,
 /// somebody else's file among it, gets neither.
 void Claim(int lock) {
@@ -84,7 +89,7 @@ void Claim(int lock) {
   if (!S_ISREG(facts.st_mode) || facts.st_nlink != 1 || facts.st_size != 0) Fail("no lock of this tool");
   if ((facts.st_mode & 07777) != 0600 && fchmod(lock, 0600) != 0) Fail("set the lock's mode");
   const bool theirs = facts.st_uid == kAccountId && facts.st_gid == kAccountId;
-  if (!theirs && fchown(lock, kAccountId, kAccountId) != 0) Fail("set the lock's owner");
+  if (!theirs) GiveToService(lock);
 }
 
 void Lock(int lock) {
@@ -108,7 +113,7 @@ void Replace(int folder, const std::string& text) {
   const Descriptor file(openat(folder, kNewName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (file.Get() < 0) Fail("create");
   if (fchmod(file.Get(), 0600) != 0) Fail("set the mode");  // whatever the umask
-  if (fchown(file.Get(), kAccountId, kAccountId) != 0) Fail("set the owner");
+  GiveToService(file.Get());
   WriteAll(file.Get(), text);
   if (fsync(file.Get()) != 0) Fail("flush");
   if (renameat(folder, kNewName, folder, kName) != 0) Fail("rename");
