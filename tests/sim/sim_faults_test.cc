@@ -1,24 +1,18 @@
-// Faults: what a client sees of each, that they are used up in order, and that connections end when they should.
+// Faults: what a client sees of each, that they are used up in order, and that bad certificates are bad in one thing.
 #include <curl/curl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <fstream>
-#include <thread>
 
-#include "sim/curl_client.h"
-#include "sim/simulator.h"
+#include "sim/sim_bench.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using kivosim::CertificateKind;
-using kivosim::ConnectionFault;
 using kivosim::End;
 using kivosim::Fault;
 using kivosim::Framing;
-using kivosim::JournalEntry;
 using kivosim::Request;
 using kivosim::Response;
 using testing::HasSubstr;
@@ -37,7 +31,7 @@ class SimFaults : public testing::Test {
     cloud.SetHook([](const Request&) -> std::optional<Response> { return Response{200, "0123456789"}; });
     cloud.Start();
   }
-  Exchange Send(long timeoutMs = 60000) { return Post(kUrl, "a=1", {{}, timeoutMs}); }
+  Exchange Send(long timeoutMs = 60000) { return ::Send({kUrl, "a=1", {}, nullptr, timeoutMs}); }
   kivosim::Simulator cloud;
 };
 
@@ -107,30 +101,6 @@ TEST_F(SimFaults, QueuesAreUsedUpInOrderAndThePathGoesBeforeTheStar) {
   EXPECT_EQ(200, Send().status);
 }
 
-TEST_F(SimFaults, TheWorkIsDoneThoughTheAnswerIsLostUnlessSkipped) {
-  int calls = 0, sent = 0;
-  cloud.SetHook([&](const Request&) -> std::optional<Response> { return ++calls, Response{}; });
-  Fault lost = Fault::ResetAfterRequest();
-  lost.onSent = [&] { ++sent; };
-  for (const bool skip : {false, true}) {
-    lost.skipHandler = skip;
-    cloud.QueueFault("x", lost);
-    EXPECT_EQ(CURLE_RECV_ERROR, Send().curlCode);
-  }
-  ASSERT_TRUE(cloud.WaitIdle());
-  EXPECT_EQ(1, calls);
-  EXPECT_EQ(2, sent);
-  EXPECT_EQ(2u, cloud.Requests("x").size());
-}
-
-TEST_F(SimFaults, AnEndlessBodyGoesOnUntilTheClientHasEnough) {
-  for (const Framing framing : {Framing::kLength, Framing::kChunked, Framing::kUntilClose}) {
-    cloud.QueueFault("x", Fault::Endless(framing));
-    EXPECT_EQ(CURLE_WRITE_ERROR, Post(kUrl, "", {{}, 60000, CurlOptions().caFile, 8U << 20U}).curlCode);
-  }
-  EXPECT_TRUE(cloud.WaitIdle());
-}
-
 /// Each kind has to be refused for what it is named after; a client that looks away there must get through.
 TEST_F(SimFaults, BadCertificatesAreGoodButForTheOneThing) {
   std::ofstream("/tmp/sim-ca.pem") << cloud.CaPem();
@@ -162,36 +132,11 @@ TEST_F(SimFaults, BadCertificatesAreGoodButForTheOneThing) {
   EXPECT_EQ(CURLE_OK, Send().curlCode);
 }
 
-TEST_F(SimFaults, ConnectionsFailBelowTls) {
-  using Kind = ConnectionFault::Kind;
-  for (const Kind kind : {Kind::kResetInHandshake, Kind::kSilentInHandshake, Kind::kNotTls}) {
-    cloud.QueueConnectionFault({kind, CertificateKind::kGood, 2});
-    const bool silent = kind == Kind::kSilentInHandshake;
-    for (int i = 0; i < 2; ++i)
-      EXPECT_EQ(silent ? CURLE_OPERATION_TIMEDOUT : CURLE_SSL_CONNECT_ERROR, Send(silent ? 300 : 60000).curlCode);
-  }
-  EXPECT_EQ(CURLE_OK, Send().curlCode);
-  ASSERT_TRUE(cloud.WaitIdle());
-  ASSERT_EQ(7u, cloud.Journal().size());
-  for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(JournalEntry::Kind::kHandshakeFailed, cloud.Journal()[i].kind);
-}
-
 TEST_F(SimFaults, WhatIsSentInClearIsSeen) {
   EXPECT_EQ(403, Post("http://127.0.0.1:" + std::to_string(cloud.PlainHttpPort()) + "/y", "secret=1").status);
   EXPECT_THAT(cloud.PlainHttpReceived(), HasSubstr("POST /y HTTP/1.1\r\n"));
   EXPECT_THAT(cloud.PlainHttpReceived(), HasSubstr("\r\n\r\nsecret=1"));
   EXPECT_EQ(0u, cloud.Connections());
-}
-
-TEST_F(SimFaults, StopsWithOpenConnectionsAndStartsAgain) {
-  cloud.QueueFault("x", Fault::NeverAnswer());
-  std::thread waiting([&] { EXPECT_EQ(CURLE_GOT_NOTHING, Send().curlCode); });
-  while (cloud.Requests("x").empty()) std::this_thread::yield();
-  cloud.Stop();  // for which the client does not wait until its own limit
-  waiting.join();
-  EXPECT_EQ(CURLE_COULDNT_CONNECT, Send().curlCode);
-  cloud.Start();
-  EXPECT_EQ(CURLE_OK, Send().curlCode);  // the CA is still the one that is trusted
 }
 
 }  // namespace

@@ -1,0 +1,165 @@
+// What tests and people change in the cloud while it runs, and how it answers then; how the program refuses to start.
+#include <array>
+#include <cstdio>
+#include <fstream>
+
+#include "sim/json_text.h"
+#include "sim/sim_bench.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::string kHolder = kDevice + "&id=1001&auth_key=ak-1&serial_no=" + kSerial;
+
+class SimControl : public SimTest {
+ protected:
+  Exchange Call(const std::string& path, const std::string& body = "-", const char* method = nullptr) {
+    return Send({control.Url() + path, body, {}, method});
+  }
+  Json::Value Answer(const std::string& path, const std::string& body = "-") {
+    return kivosim::ParseJson(Call(path, body).body);
+  }
+  void Change(const std::string& path, const std::string& body) {
+    EXPECT_EQ("{\"ok\":true}\n", Call(path, body).body) << path << body;
+  }
+  kivosim::Control control{cloud, 0, {}};
+};
+
+TEST_F(SimControl, CallsChangeWhatASignInIsAnswered) {
+  const struct {
+    const char *path, *body, *answer;
+  } rows[] = {
+      {"/register-api-key", R"({"serial":"2130KVN004211","key":"k1"})", "good"},
+      {"/forget-api-key", R"({"serial":"2130KVN004211"})", "apikey_not_found"},
+      {"/register-api-key", R"({"serial":"2130KVN004211","key":"k1"})", "good"},
+      {"/expire-api-key", R"({"serial":"2130KVN004211"})", "apikey_expired"},
+      {"/register-api-key", R"({"serial":"2130KVN004211","key":"k1"})", "good"},
+      {"/faults", R"([{"path":"device/api/password_login","status":200,"body":"{\"code\":\"x\"}","times":2}])", "x"},
+      {"/change-account", R"({"user_id":"1001","refusal":"badsys"})", "x"},
+      {"/change-account", R"({"user_id":"1001","refusal":"account_unverified"})", "account_unverified"},
+      {"/remove-account", R"({"user_id":"1001"})", "account_not_found"},
+      {"/refuse-machine", R"({"serial":"2130KVN004211"})", "invalid_machine"}};
+  for (const auto& row : rows) {
+    Change(row.path, row.body);
+    EXPECT_EQ(row.answer, Member(Post(kApi + "password_login", kLogin), "code")) << row.path << row.body;
+  }
+  EXPECT_EQ(kLogin, Answer("/journal")[0]["request"]["body"].asString());
+  EXPECT_EQ(200, Call("/journal", "-", "DELETE").status);
+  EXPECT_EQ(0u, Answer("/journal").size());
+  Change("/reset", "");
+  EXPECT_EQ(0u, cloud.Accounts().size());
+}
+
+TEST_F(SimControl, TokensAreIssuedListedWithoutBeingShownExpiredAndRevoked) {
+  const auto status = [](const Json::Value& file) { return ExchangeAuthKey(file["access_token"].asString()).status; };
+  Change("/token-lifetime", R"({"seconds":7,"client_id":"kivo-device"})");
+  const Json::Value file = Answer("/tokens", R"({"user_id":"1001","serial":"S1","age":3})");
+  EXPECT_EQ(7, file["expires_in"].asInt());
+  EXPECT_EQ(200, status(file));
+  Change("/pass-time", R"({"seconds":7})");
+  EXPECT_EQ(401, status(file));
+  const Json::Value next = Answer("/tokens", R"({"email":"ann@example.com","serial":"S1"})");
+  Change("/take-down", R"({"what":"account","status":500})");
+  EXPECT_EQ(500, status(next));
+  Change("/bring-back", R"({})");
+  EXPECT_EQ(200, status(next));
+  Change("/expire-tokens", R"({"client_id":"kivo-device"})");
+  EXPECT_EQ(401, status(next));
+  Change("/revoke-tokens", R"({"family":1})");
+  const Exchange listing = Call("/tokens");
+  const Json::Value families = kivosim::ParseJson(listing.body)["families"];
+  ASSERT_EQ(2u, families.size());
+  EXPECT_TRUE(families[0]["revoked"].asBool() && !families[1]["revoked"].asBool());
+  for (const char* name : {"access_token", "refresh_token", "id_token"})
+    EXPECT_EQ(std::string::npos, listing.body.find(next[name].asString()));
+}
+
+TEST_F(SimControl, UpdatesAreCarriedOutAsAWholeOrNotAtAll) {
+  const std::string secret = "&passwd=correct%20horse";
+  const std::vector<std::array<std::string, 4>> rows = {
+      {"&full_name=A%20B&country=FRA&notify_lang=fre&timezone=UTC", "good", "notify_language", "fre"},
+      {"&critical_version_list=LUM-7.2", "good", "critical_version_list", R"({"LUM-7.1":false,"LUM-7.2":true})"},
+      {"&country=ITA&critical_version_list=LUM-9", "badparam", "country", "FRA"},
+      {"&full_name=C&passwd=wrong", "badauth", "full_name", "A B"},
+      {"&full_name=C" + secret + "&email=bob%40example.com", "account_inused", "full_name", "A B"},
+      {secret + "&passwd_new=&passwd_confirmation=", "badparam", "email", "ann@example.com"},
+      {secret + "&email=amy%40b&passwd_new=n&passwd_confirmation=n", "good", "email", "amy@b"},
+      {secret, "badauth", "timezone", "UTC"}};
+  for (const auto& [more, answer, member, value] : rows) {
+    EXPECT_EQ(answer, Post(kApi + "user/update", kHolder + more).body) << more;
+    const Json::Value now = kivosim::ParseJson(Post(kApi + "user/query", kHolder).body)[member];
+    EXPECT_EQ(value, now.isString() ? now.asString() : kivosim::JsonText(now)) << more;
+  }
+  EXPECT_THAT(cloud.Complaints(), IsEmpty());
+}
+
+TEST_F(SimControl, AnAddressIsRegisteredOnceAndUpToALimitAlsoWhereTheAnswerIsLost) {
+  const std::string url = kApi + "user/register";
+  const std::string eve = kDevice + "&email=eve%40example.com&passwd=p%20w&full_name=Eve&serial_no=" + kSerial +
+                          "&notify_lang=enu&token=430450fef2cf32aad9ad39f451c755a5&timezone=Asia%2FTokyo" +
+                          "&critical_release=false&enews_local_promotion=true&enews=true";
+  cloud.QueueFault("device/api/user/register", kivosim::Fault::Answer(503, "down"));
+  EXPECT_EQ("down", Post(url, eve).body);
+  EXPECT_EQ("account_inused", Post(url, eve).body);
+  Change("/account-limit", R"({"limit":2})");
+  EXPECT_EQ("good", Post(url, Replaced(eve, "eve%40", "ivo%40")).body);
+  EXPECT_EQ("serial_exceed_max_account_register", Post(url, Replaced(eve, "eve%40", "jo%40")).body);
+  EXPECT_THAT(cloud.Complaints(), IsEmpty());
+}
+
+TEST_F(SimControl, TheHistoryTellsWhatTheFiltersLetThrough) {
+  const std::string query = Replaced(kHolder, "&id=", "&action=get_history&id=") + "&language=enu";
+  const std::array<const char*, 2> rows[] = {
+      {"", "1234"},
+      {"&dates=2025-11-30%2C2026-01-17", "23"},
+      {"&dates=%2C2025-11-29", "1"},
+      {"&dates=%2C&apps=&paypals=", "1234"},
+      {"&apps=songbook%2Cpulsewatch", "24"},
+      {"&prices=9.9900000000000002%2C12.5%2C4.99x", "24"},
+      {"&dates=2025-01-01%2C&apps=photos&serials=1980KVN000017&prices=4.99&paypals=ann.buys", "3"}};
+  for (const auto& [filters, transactions] : rows) {
+    std::string found;  // the last digits
+    const Json::Value answer =
+        kivosim::ParseJson(Post("https://payment.kivo.example/api/query.php", query + filters).body);
+    for (const Json::Value& entry : answer["entries"]) found += entry["transaction_id"].asString().back();
+    EXPECT_EQ(transactions, found) << filters;
+  }
+}
+
+TEST_F(SimControl, CallsThatAreNotUnderstoodSaySo) {
+  const std::array<const char*, 3> rows[] = {
+      {"/nothing", "", "no such call: /nothing"},
+      {"/faults", R"({"path":"x","end":"bang"})", "\\\"end\\\" cannot be \\\"bang\\\""},
+      {"/faults", R"({"path":"x","statsu":1})", "unknown member \\\"statsu\\\""},
+      {"/faults", R"({"path":"x","status":"1"})", "\\\"status\\\" must be a number"},
+      {"/revoke", R"({"email":"nobody"})", "no such account"},
+      {"/packages", R"({"package":"a/b"})", "is no name of a package"},
+      {"/revoke-tokens", R"({"family":9})", "no such family"},
+      {"/take-down", R"({"what":"identty"})", "no host, family of hosts or path"}};
+  for (const auto& [path, body, error] : rows) {
+    const Exchange exchange = Call(path, body);
+    EXPECT_EQ(*body ? 400 : 404, exchange.status) << error;
+    EXPECT_THAT(exchange.body, HasSubstr(error));
+  }
+  EXPECT_EQ(0u, cloud.PendingFaults());
+}
+
+TEST(SimProgram, MistakesEndIt) {
+  std::ofstream("/tmp/bad.json") << R"([{"email":"a","password":"b","user_id":"c","colour":"red"}])";
+  const std::array<const char*, 2> rows[] = {
+      {"--accounts /tmp/bad.json; echo $?", "/tmp/bad.json: unknown member \"colour\""},
+      {"--address nowhere; echo $?", "cannot listen on nowhere:443"},
+      {"--trust-into /no/folder/x; echo $?", "/no/folder/x"}};
+  for (const auto& [arguments, message] : rows) {
+    FILE* const pipe = popen((std::string("exec 2>&1; '") + VARNKIVO_SIM_PROGRAM + "' " + arguments).c_str(), "r");
+    char text[1000] = "";
+    EXPECT_LT(0u, fread(text, 1, sizeof text - 1, pipe));
+    pclose(pipe);
+    EXPECT_THAT(std::string(text), testing::AllOf(HasSubstr(message), testing::Not(testing::EndsWith("\n0\n"))));
+  }
+}
+
+}  // namespace
