@@ -62,10 +62,6 @@ TEST_F(SimControl, TokensAreIssuedListedWithoutBeingShownExpiredAndRevoked) {
   Change("/pass-time", R"({"seconds":7})");
   EXPECT_EQ(401, status(file));
   const Json::Value next = Answer("/tokens", R"({"email":"ann@example.com","serial":"S1"})");
-  Change("/take-down", R"({"what":"account","status":500})");
-  EXPECT_EQ(500, status(next));
-  Change("/bring-back", R"({})");
-  EXPECT_EQ(200, status(next));
   Change("/expire-tokens", R"({"client_id":"kivo-device"})");
   EXPECT_EQ(401, status(next));
   Change("/revoke-tokens", R"({"family":1})");
@@ -75,25 +71,6 @@ TEST_F(SimControl, TokensAreIssuedListedWithoutBeingShownExpiredAndRevoked) {
   EXPECT_TRUE(families[0]["revoked"].asBool() && !families[1]["revoked"].asBool());
   for (const char* name : {"access_token", "refresh_token", "id_token"})
     EXPECT_EQ(std::string::npos, listing.body.find(next[name].asString()));
-}
-
-TEST_F(SimControl, UpdatesAreCarriedOutAsAWholeOrNotAtAll) {
-  const std::string secret = "&passwd=correct%20horse";
-  const std::vector<std::array<std::string, 4>> rows = {
-      {"&full_name=A%20B&country=FRA&notify_lang=fre&timezone=UTC", "good", "notify_language", "fre"},
-      {"&critical_version_list=LUM-7.2", "good", "critical_version_list", R"({"LUM-7.1":false,"LUM-7.2":true})"},
-      {"&country=ITA&critical_version_list=LUM-9", "badparam", "country", "FRA"},
-      {"&full_name=C&passwd=wrong", "badauth", "full_name", "A B"},
-      {"&full_name=C" + secret + "&email=bob%40example.com", "account_inused", "full_name", "A B"},
-      {secret + "&passwd_new=&passwd_confirmation=", "badparam", "email", "ann@example.com"},
-      {secret + "&email=amy%40b&passwd_new=n&passwd_confirmation=n", "good", "email", "amy@b"},
-      {secret, "badauth", "timezone", "UTC"}};
-  for (const auto& [more, answer, member, value] : rows) {
-    EXPECT_EQ(answer, Post(kApi + "user/update", kHolder + more).body) << more;
-    const Json::Value now = kivosim::ParseJson(Post(kApi + "user/query", kHolder).body)[member];
-    EXPECT_EQ(value, now.isString() ? now.asString() : kivosim::JsonText(now)) << more;
-  }
-  EXPECT_THAT(cloud.Complaints(), IsEmpty());
 }
 
 TEST_F(SimControl, AnAddressIsRegisteredOnceAndUpToALimitAlsoWhereTheAnswerIsLost) {
