@@ -20,11 +20,17 @@ void Send(const std::string& packet) {
   if (send(gChannel, packet.data(), packet.size(), MSG_NOSIGNAL) < 0) throw std::runtime_error("the cloud has ended");
 }
 
+/// An empty packet is the end of the channel.
 std::string Receive() {
   char packet[8192];
   const ssize_t size = recv(gChannel, packet, sizeof packet, 0);
-  if (size <= 0) throw std::runtime_error("the cloud has ended");
-  return std::string(packet, static_cast<std::size_t>(size));
+  return std::string(packet, size > 0 ? static_cast<std::size_t>(size) : 0);
+}
+
+std::string Answer() {
+  const std::string packet = Receive();
+  if (packet.empty()) throw std::runtime_error("the cloud has ended");
+  return packet.substr(1);
 }
 
 [[noreturn]] void Serve() {
@@ -33,12 +39,12 @@ std::string Receive() {
   kivosim::Simulator cloud;
   cloud.Start();
   Send("+");
-  for (;;) {
-    const std::string packet = Receive();
+  for (std::string packet; !(packet = Receive()).empty();) {
     Work work;
     std::memcpy(&work, packet.data(), sizeof work);
     Send("+" + work(cloud, packet.substr(sizeof work)));
   }
+  _exit(0);
 }
 
 }  // namespace
@@ -50,14 +56,14 @@ void StartCloud() {
   gChannel = ends[isCloud ? 0 : 1];
   close(ends[isCloud ? 1 : 0]);
   if (isCloud) Serve();  // what is thrown there ends that process, and is told
-  Receive();
+  Answer();
 }
 
 std::string InCloud(Work work, const std::string& text) {
   std::string packet(sizeof work, '\0');
   std::memcpy(packet.data(), &work, sizeof work);
   Send(packet + text);
-  return Receive().substr(1);
+  return Answer();
 }
 
 std::string ResetCloud(kivosim::Simulator& cloud, const std::string&) {

@@ -8,11 +8,7 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-
-const std::string kHolder = kDevice + "&id=1001&auth_key=ak-1&serial_no=" + kSerial;
 
 class SimControl : public SimTest {
  protected:
@@ -71,39 +67,6 @@ TEST_F(SimControl, TokensAreIssuedListedWithoutBeingShownExpiredAndRevoked) {
   EXPECT_TRUE(families[0]["revoked"].asBool() && !families[1]["revoked"].asBool());
   for (const char* name : {"access_token", "refresh_token", "id_token"})
     EXPECT_EQ(std::string::npos, listing.body.find(next[name].asString()));
-}
-
-TEST_F(SimControl, AnAddressIsRegisteredOnceAndUpToALimitAlsoWhereTheAnswerIsLost) {
-  const std::string url = kApi + "user/register";
-  const std::string eve = kDevice + "&email=eve%40example.com&passwd=p%20w&full_name=Eve&serial_no=" + kSerial +
-                          "&notify_lang=enu&token=430450fef2cf32aad9ad39f451c755a5&timezone=Asia%2FTokyo" +
-                          "&critical_release=false&enews_local_promotion=true&enews=true";
-  cloud.QueueFault("device/api/user/register", kivosim::Fault::Answer(503, "down"));
-  EXPECT_EQ("down", Post(url, eve).body);
-  EXPECT_EQ("account_inused", Post(url, eve).body);
-  Change("/account-limit", R"({"limit":2})");
-  EXPECT_EQ("good", Post(url, Replaced(eve, "eve%40", "ivo%40")).body);
-  EXPECT_EQ("serial_exceed_max_account_register", Post(url, Replaced(eve, "eve%40", "jo%40")).body);
-  EXPECT_THAT(cloud.Complaints(), IsEmpty());
-}
-
-TEST_F(SimControl, TheHistoryTellsWhatTheFiltersLetThrough) {
-  const std::string query = Replaced(kHolder, "&id=", "&action=get_history&id=") + "&language=enu";
-  const std::array<const char*, 2> rows[] = {
-      {"", "1234"},
-      {"&dates=2025-11-30%2C2026-01-17", "23"},
-      {"&dates=%2C2025-11-29", "1"},
-      {"&dates=%2C&apps=&paypals=", "1234"},
-      {"&apps=songbook%2Cpulsewatch", "24"},
-      {"&prices=9.9900000000000002%2C12.5%2C4.99x", "24"},
-      {"&dates=2025-01-01%2C&apps=photos&serials=1980KVN000017&prices=4.99&paypals=ann.buys", "3"}};
-  for (const auto& [filters, transactions] : rows) {
-    std::string found;  // the last digits
-    const Json::Value answer =
-        kivosim::ParseJson(Post("https://payment.kivo.example/api/query.php", query + filters).body);
-    for (const Json::Value& entry : answer["entries"]) found += entry["transaction_id"].asString().back();
-    EXPECT_EQ(transactions, found) << filters;
-  }
 }
 
 TEST_F(SimControl, CallsThatAreNotUnderstoodSaySo) {

@@ -51,23 +51,15 @@ TEST_F(SimFaults, EachSpoilsTheAnswerInItsWay) {
     std::string body, head;
     double seconds = 0;
   } rows[] = {
-      {Fault::Answer(503, "{}"), CURLE_OK, 503, "{}", "503 Service Unavailable"},
       {Fault::Answer(204, "ignored"), CURLE_OK, 204, "", "204 No Content"},
-      {Fault::Redirect("https://a.example/"), CURLE_OK, 302, "", "Location: https://a.example/\r\n"},
       {With([](Fault& f) { f.raw = "HTTP/1.0 202 Hm\r\n\r\nbye"; }, End::kFin), CURLE_OK, 202, "bye", "202 Hm"},
-      {With([](Fault& f) { f.raw = "SSH-2.0-x\r\n"; }, End::kFin), CURLE_UNSUPPORTED_PROTOCOL, 0, "", ""},
       {With([](Fault& f) { f.framing = Framing::kChunked; }), CURLE_OK, 200, all, "Transfer-Encoding: chunked"},
       {With([](Fault& f) { f.framing = Framing::kUntilClose; }), CURLE_OK, 200, all, "Connection: close"},
-      {Fault::CutBody(5, Framing::kLength), CURLE_PARTIAL_FILE, 200, "01234", "Content-Length: 10"},
       {Fault::CutBody(8, Framing::kChunked, End::kCloseNotify), CURLE_PARTIAL_FILE, 200, "01234", ""},
       {Fault::CutBody(5, Framing::kUntilClose, End::kCloseNotify), CURLE_OK, 200, "01234", ""},
-      {Fault::CutBody(0, Framing::kLength, End::kReset), CURLE_RECV_ERROR, 200, "", ""},
       {With([](Fault& f) { f.contentLength = 11; }, End::kCloseNotify), CURLE_PARTIAL_FILE, 200, all, ""},
       {With([](Fault& f) { f.contentLength = 3; }, End::kFin), CURLE_OK, 200, "012", ""},
       {Fault::CutBody(5, Framing::kLength, End::kSilence), CURLE_OPERATION_TIMEDOUT, 200, "01234", ""},
-      {Fault::NeverAnswer(), CURLE_OPERATION_TIMEDOUT, 0, "", ""},
-      {Fault::ResetAfterRequest(), CURLE_RECV_ERROR, 0, "", ""},
-      {Fault::Delay(400ms), CURLE_OK, 200, all, "", 0.4},
       {Fault::Drip(20, 40ms), CURLE_OK, 200, all, "", 0.12},  // 76 bytes or more in portions of 20
   };
   for (const auto& row : rows) {
