@@ -2,33 +2,24 @@
 #include <gtest/gtest.h>
 #include <varnkivo/varnkivo.h>
 
-#include <climits>
 #include <map>
 #include <sstream>
-#include <thread>
 
 #include "fake_platform.h"
 
 namespace {
-
-const int gSlotAtStart = VARNKIVOErrGet();
 
 TEST(ErrorCode, EightCodesHaveAMessageOfTheirOwnAndNoOther) {
   const std::map<int, std::string> messages = {{0, "Success"},
                                                {1, "Wrong parameters"},
                                                {2, "Wrong JSON format"},
                                                {3, "Failed to get kivo account"},
+                                               {14, "Failed to auth"},
                                                {4, "Failed to send the request"},
                                                {5, "Failed to get the response"},
-                                               {7, "Failed to get the payment config (url)"},
-                                               {14, "Failed to auth"}};
-  for (int code = -2; code < 64; ++code) {
-    const std::string expected = messages.count(code) ? messages.at(code) : "System error";
-    EXPECT_EQ(expected, GetKivoErrorMsg(code)) << code;
-    testing::internal::CaptureStderr();
-    printErrCode(code);
-    EXPECT_EQ(code == 0 ? "" : expected + "\n", testing::internal::GetCapturedStderr()) << code;
-  }
+                                               {7, "Failed to get the payment config (url)"}};
+  for (int code = -2; code < 64; ++code)
+    EXPECT_EQ(messages.count(code) ? messages.at(code) : "System error", GetKivoErrorMsg(code)) << code;
 }
 
 TEST(ErrorCode, AccountErrorsAreMatchedByPrefixInTableOrder) {
@@ -36,7 +27,6 @@ TEST(ErrorCode, AccountErrorsAreMatchedByPrefixInTableOrder) {
       "good 0 badparam 1 badauth 14 badsys 6 badnetwork 15 account_inused 16 serial_exceed_max_account_register 17 "
       "account_unverified 18 account_userid 0 account_not_found 25 apikey_not_found 26 apikey_expired 27 "
       "invalid_machine 28 goodness 0 badnetwork:x 15 goo 24 Good 24 _good 24");
-  const _tag_kivo_error_code_row_* row = gErrorCodeMap;
   int code = 0;
   for (std::string error; table >> error >> code;) {
     SCOPED_TRACE(error);
@@ -45,9 +35,7 @@ TEST(ErrorCode, AccountErrorsAreMatchedByPrefixInTableOrder) {
     EXPECT_EQ(-77, VARNKIVOErrGet());
     EXPECT_EQ(code, MapLibKivoCenterErrorCode(error.c_str()));
     EXPECT_EQ(code, VARNKIVOErrGet());
-    EXPECT_TRUE(!row->key || error == row++->key) << "callers read the table too";
   }
-  EXPECT_TRUE(row == gErrorCodeMap + 13 && !row->key && row->code == 24);
   EXPECT_TRUE(GetErrorCodeFromAccountError(nullptr) == 24 && GetErrorCodeFromAccountError("") == 24);
 }
 
@@ -58,14 +46,6 @@ TEST(ErrorCode, CloudServiceCodesAreTranslatedWithoutTouchingTheSlot) {
     device.FailNext("VARNCloudServiceGetErrorCode", 1, reported);
     EXPECT_EQ(reported == 0 ? 0 : reported == 1 ? 15 : reported == 9 ? 28 : 24, GetErrorCodeFromCloudService());
     EXPECT_EQ(7, VARNKIVOErrGet());
-  }
-}
-
-TEST(ErrorCode, TheSlotIsOneForAllThreadsAndTakesAnyValue) {
-  EXPECT_EQ(0, gSlotAtStart);
-  for (const int code : {28, INT_MIN, 0}) {
-    std::thread([=] { EXPECT_EQ(code, VARNKIVOErrSet(code)); }).join();
-    EXPECT_EQ(code, VARNKIVOErrGet());
   }
 }
 

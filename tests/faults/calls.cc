@@ -7,19 +7,15 @@
 #include <sys/syscall.h>
 
 #include <cerrno>
+#include <map>
 
 namespace faults {
 namespace {
 
-struct Call {
-  long number;
-  const char* name;
-};
-
 struct Group {
   std::vector<int> errors;
   bool changesFile;
-  std::vector<Call> calls;
+  std::map<long, const char*> calls;
 };
 
 #define CALL(name) \
@@ -59,44 +55,26 @@ const Group kGroups[] = {
     {{EINTR}, false, {CALL(wait4), CALL(waitid), CALL(getrandom)}},
     {{ENOMEM, EACCES}, false, {CALL(setresuid), CALL(setresgid), CALL(setpgid)}}};
 
-const Group* FindGroup(long number, const Call** found) {
-  for (const Group& group : kGroups) {
-    for (const Call& call : group.calls) {
-      *found = &call;
-      if (call.number == number) return &group;
-    }
-  }
-  return nullptr;
-}
-
-bool MakesDescriptor(std::uint64_t command) { return command == F_DUPFD || command == F_DUPFD_CLOEXEC; }
-
 }  // namespace
 
-std::vector<int> ErrorsOf(long call, std::uint64_t second) {
-  const Call* found = nullptr;
-  const Group* group = FindGroup(call, &found);
-  if (!group) return {};
-  if (call == SYS_fcntl && second == F_SETLKW) return {EINTR, EACCES};
-  if (call == SYS_fcntl && !MakesDescriptor(second)) return {};  // the rest cannot fail on an open descriptor
-  return group->errors;
-}
-
-bool ChangesFile(long call) {
-  const Call* found = nullptr;
-  const Group* group = FindGroup(call, &found);
-  return group && group->changesFile;
-}
-
-std::string NameOf(long call) {
-  const Call* found = nullptr;
-  return FindGroup(call, &found) ? found->name : "call" + std::to_string(call);
+Call FactsOf(long number, std::uint64_t second) {
+  for (const Group& group : kGroups) {
+    const auto found = group.calls.find(number);
+    if (found == group.calls.end()) continue;
+    Call call = {found->second, group.errors, group.changesFile};
+    if (number == SYS_fcntl && second == F_SETLKW)
+      call.errors = {EINTR, EACCES};
+    else if (number == SYS_fcntl && second != F_DUPFD && second != F_DUPFD_CLOEXEC)
+      call.errors = {};  // the rest cannot fail on an open descriptor
+    return call;
+  }
+  return {"call" + std::to_string(number), {}, false};
 }
 
 std::string Text(const Injection& injection) {
   if (injection.kind == Kind::kMemory) return "memory:" + std::to_string(injection.allocation);
   const Point& at = injection.at;
-  const std::string point = std::to_string(at.task) + "." + NameOf(at.call) + "." + std::to_string(at.nth);
+  const std::string point = std::to_string(at.task) + "." + FactsOf(at.call, 0).name + "." + std::to_string(at.nth);
   if (injection.kind == Kind::kFail) return "fail:" + point + ":" + strerrorname_np(injection.error);
   return (injection.kind == Kind::kKill ? "kill:" : "kill-after:") + point;
 }

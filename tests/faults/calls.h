@@ -9,10 +9,13 @@
 
 namespace faults {
 
-/// The errors that a call is made to fail with; for fcntl they depend on the second argument.
-std::vector<int> ErrorsOf(long call, std::uint64_t second);
-bool ChangesFile(long call);    ///< worth a kill behind it too
-std::string NameOf(long call);  ///< "openat"; "call39" for one that is never made to fail
+struct Call {
+  std::string name;          // "openat"; "call39" for one that is never made to fail
+  std::vector<int> errors;   // that it is made to fail with
+  bool changesFile = false;  // worth a kill behind it too
+};
+/// `second` is the call's second argument, which fcntl's errors depend on.
+Call FactsOf(long number, std::uint64_t second);
 
 struct Point {
   int task = 0;  // threads and processes in the order they appear; the first is 0

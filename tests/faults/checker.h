@@ -1,14 +1,12 @@
 // Says of a run with a fault in it how the device was left: as before, as after, partway, or broken and why.
 #pragma once
 
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "device.h"
 #include "scenarios.h"
-#include "token_file.h"
 #include "tracer.h"
 
 namespace faults {
@@ -39,44 +37,47 @@ struct Outcome {
 
 enum class Left { kOld, kNew, kPartway, kSignedOut, kBroken };
 
+/// The access, id and refresh token of a token file, those that are there.
+std::vector<std::string> TokensIn(const std::string& content);
+
 class Checker {
  public:
-  using Files = std::map<std::string, File>;
   /// `before`: what the operation found.
-  Checker(const Scenario& scenario, const Reference& reference, const Files& before)
+  Checker(const Scenario& scenario, const Reference& reference, const State& before)
       : scenario_(scenario), reference_(reference), before_(before) {}
 
   /// After the run with the fault.
-  void CheckFault(const Device& device, const Outcome& outcome);
+  void CheckFault(const State& now, const Outcome& outcome);
   /// After the same operation was run again, without one. `tokensAreGood`: the cloud accepts those on the device.
-  void CheckRepetition(const Device& device, const Told& told, bool tokensAreGood);
+  void CheckRepetition(const State& now, const Told& told, bool tokensAreGood);
   /// Whether a kill has left room for a token set behind, which signing out must take away.
-  bool LeavesRoom(const Files& files) const;
+  static bool LeavesRoom(const State& now);
   /// After signing out.
-  void CheckSignedOut(const Device& device, const Told& told);
+  void CheckSignedOut(const State& now, const Told& told);
   /// `given`: secrets of this run alone.
-  void CheckLog(const std::string& log, const Device& device, std::vector<std::string> given);
+  void CheckLog(const std::string& log, const State& now, std::vector<std::string> given);
 
   Left Result() const { return complaints_.empty() ? left_ : Left::kBroken; }
   const std::vector<std::string>& Complaints() const { return complaints_; }
 
  private:
-  void CheckRecord(const std::optional<std::string>& record, const Outcome& outcome);
-  void CheckReplacedTokens(const std::optional<std::string>& record, const Files& files);
-  void CheckRemovedTokens(const std::optional<std::string>& record, const Files& files, const Outcome& outcome);
+  void CheckRecord(const State& now, const Outcome& outcome);
+  void CheckReplacedTokens(const State& now);
+  void CheckRemovedTokens(const State& now, const Outcome& outcome);
   void CheckProcess(const Ending& ending, const Told& told);
-  void CheckSuccess(const std::optional<std::string>& record);
-  void CheckFiles(const Files& files, bool removalFailed);
+  void CheckSuccess(const State& now);
+  void CheckFile(const std::string& path, const File& file, bool removalFailed);
   void CheckPrivateFile(const std::string& path, const File& file, bool removalFailed);
-  void CheckNothingLeft(const Device& device);
-  TokenState TokensOf(const Files& files) const;
+  bool HasNewTokens(const State& now) const;
   void Complain(const std::string& what) { complaints_.push_back(what); }
 
   const Scenario& scenario_;
   const Reference& reference_;
-  const Files& before_;
+  const State& before_;
   Left left_ = Left::kOld;
-  bool ended_ = false;  // the process was ended on purpose, in the midst of its work
+  bool ended_ = false;      // the process was ended on purpose, in the midst of its work
+  bool failed_ = false;     // it came to its end and may say so
+  bool succeeded_ = false;  // it says so
   std::vector<std::string> complaints_;
 };
 

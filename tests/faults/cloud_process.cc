@@ -1,24 +1,70 @@
 // A packet asks, with the address of a function that this process and its fork have in common and a text for it; a
-// packet answers. The end of the channel ends the process.
+// packet answers, after one that says that the cloud is there.
 #include "cloud_process.h"
 
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
 
-#include "sim/simulator.h"
-
 namespace faults {
 namespace {
 
-constexpr std::size_t kMostBytes = 8192;
+int gChannel = -1;
+
+void Send(const std::string& packet) {
+  if (send(gChannel, packet.data(), packet.size(), MSG_NOSIGNAL) < 0) throw std::runtime_error("the cloud has ended");
+}
+
+/// An empty packet is the end of the channel.
+std::string Receive() {
+  char packet[8192];
+  const ssize_t size = recv(gChannel, packet, sizeof packet, 0);
+  return std::string(packet, size > 0 ? static_cast<std::size_t>(size) : 0);
+}
+
+std::string Answer() {
+  const std::string packet = Receive();
+  if (packet.empty()) throw std::runtime_error("the cloud has ended");
+  return packet.substr(1);
+}
+
+[[noreturn]] void Serve() {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  std::ofstream("/etc/ssl/certs/ca-certificates.crt", std::ios::trunc).close();
+  kivosim::Simulator cloud;
+  cloud.Start();
+  Send("+");
+  for (std::string packet; !(packet = Receive()).empty();) {
+    Work work;
+    std::memcpy(&work, packet.data(), sizeof work);
+    Send("+" + work(cloud, packet.substr(sizeof work)));
+  }
+  _exit(0);
+}
+
+}  // namespace
+
+void StartCloud() {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) throw std::runtime_error("no channel");
+  const bool isCloud = fork() == 0;
+  gChannel = ends[isCloud ? 0 : 1];
+  close(ends[isCloud ? 1 : 0]);
+  if (isCloud) Serve();  // what is thrown there ends that process, and is told
+  Answer();
+}
+
+std::string InCloud(Work work, const std::string& text) {
+  std::string packet(sizeof work, '\0');
+  std::memcpy(packet.data(), &work, sizeof work);
+  Send(packet + text);
+  return Answer();
+}
 
 std::string ResetCloud(kivosim::Simulator& cloud, const std::string&) {
   cloud.Reset();
@@ -26,72 +72,6 @@ std::string ResetCloud(kivosim::Simulator& cloud, const std::string&) {
   ann.authKeys[kSerial] = kAuthKey;
   cloud.AddAccount(ann);
   return "";
-}
-
-bool Send(int channel, const std::string& packet) {
-  return send(channel, packet.data(), packet.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(packet.size());
-}
-
-/// An empty packet is the end of the channel.
-bool Receive(int channel, std::string& packet) {
-  packet.resize(kMostBytes);
-  const ssize_t size = recv(channel, packet.data(), packet.size(), 0);
-  packet.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
-  return size > 0;
-}
-
-[[noreturn]] void Serve(int channel) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  try {
-    std::ofstream("/etc/ssl/certs/ca-certificates.crt", std::ios::trunc).close();
-    kivosim::Simulator cloud;
-    cloud.Start();
-    std::string packet = "ready";
-    while (Send(channel, packet) && Receive(channel, packet)) {
-      CloudProcess::Work work;
-      std::memcpy(&work, packet.data(), sizeof work);
-      packet = "+" + work(cloud, packet.substr(sizeof work));
-    }
-    _exit(0);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "cloud: %s\n", error.what());
-    _exit(1);
-  }
-}
-
-std::string Await(int channel) {
-  std::string packet;
-  if (!Receive(channel, packet)) throw std::runtime_error("the cloud has ended");
-  return packet.substr(1);
-}
-
-}  // namespace
-
-CloudProcess::CloudProcess() {
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) throw std::runtime_error("no channel");
-  process_ = fork();
-  if (process_ == 0) {
-    close(ends[0]);
-    Serve(ends[1]);
-  }
-  close(ends[1]);
-  channel_ = ends[0];
-  Await(channel_);
-}
-
-CloudProcess::~CloudProcess() {
-  close(channel_);
-  waitpid(process_, nullptr, 0);
-}
-
-void CloudProcess::Reset() { Run(&ResetCloud); }
-
-std::string CloudProcess::Run(Work work, const std::string& text) {
-  std::string packet(sizeof work, '\0');
-  std::memcpy(packet.data(), &work, sizeof work);
-  if (!Send(channel_, packet + text)) throw std::runtime_error("the cloud has ended");
-  return Await(channel_);
 }
 
 }  // namespace faults

@@ -2,39 +2,22 @@
 // stopped with its client. Ends with the process that made it.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 
-namespace kivosim {
-class Simulator;
-}
+#include "sim/simulator.h"
 
 namespace faults {
 
-constexpr char kSerial[] = "2040VKN000001";
-constexpr char kEmail[] = "ann@example.com";
-constexpr char kPassword[] = "correct horse battery";
-constexpr char kUserId[] = "1001";
-constexpr char kAuthKey[] = "AuthKey-0123456789-of-ann";
+constexpr char kSerial[] = "2040VKN000001", kUserId[] = "1001", kAuthKey[] = "AuthKey-0123456789-of-ann";
+constexpr char kEmail[] = "ann@example.com", kPassword[] = "correct horse battery";
 
-class CloudProcess {
- public:
-  /// Trusted from then on, and nobody else: with one CA in the system's bundle a request costs a tenth.
-  CloudProcess();
-  CloudProcess(const CloudProcess&) = delete;
-  CloudProcess& operator=(const CloudProcess&) = delete;
-  ~CloudProcess();
-  /// As new: Ann's account with the auth key above, no API key seen.
-  void Reset();
+/// Trusted from then on, and nobody else: with one CA in the system's bundle a request costs a tenth.
+void StartCloud();
 
-  /// Something done in that process, with a text to and one from it.
-  using Work = std::string (*)(kivosim::Simulator& cloud, const std::string& text);
-  std::string Run(Work work, const std::string& text = "");
-
- private:
-  int channel_ = -1;
-  pid_t process_ = -1;
-};
+/// Something done in that process, with a text to and one from it.
+using Work = std::string (*)(kivosim::Simulator& cloud, const std::string& text);
+std::string InCloud(Work work, const std::string& text = "");
+/// Work: as new, with Ann's account and the auth key above, no API key seen.
+std::string ResetCloud(kivosim::Simulator& cloud, const std::string&);
 
 }  // namespace faults

@@ -6,10 +6,11 @@
 
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 
 namespace faults {
+
+constexpr char kPrivate[] = "/usr/varn/etc/varnholt-account/private/", kCron[] = "/etc/cron.d/";
 
 struct File {
   mode_t mode = 0;  // with the type
@@ -18,27 +19,18 @@ struct File {
   std::string content;
 };
 
-class Device {
- public:
-  /// What lies in /tmp now is none of the operations'. Installs a plug-in for signing in and one for signing out.
-  Device();
-  /// `record` is the account record; empty: none. There is no API key, no lock, no job and no log line.
-  void Reset(const std::string& record);
-
-  /// The record with the time of a query of today replaced by "NOW"; nothing where there is none.
-  std::optional<std::string> Record() const;
-  /// The files of the private folder, of /tmp and of /etc/cron.d by their paths.
-  std::map<std::string, File> Files() const;
-  /// Every line logged since Reset().
-  std::string Log();
-
- private:
-  std::set<std::string> notOurs_;
-  time_t started_;
-  int logMarks_ = 0;
+struct State {
+  std::map<std::string, File> files;  // of the private folder, of /tmp and of /etc/cron.d by their paths
+  std::optional<std::string> record;  // the account record with the time of a query of today replaced by "NOW"
 };
 
-extern const char* const kPrivate;  // with a slash at the end, as the next
-extern const char* const kCron;
+/// What lies in /tmp now is none of the operations'. Installs a plug-in for signing in and one for signing out.
+void PrepareDevice();
+/// `record` is the account record; empty: none. There is no API key, no lock, no job and no log line.
+void ResetDevice(const std::string& record);
+void WritePrivateFile(const std::string& name, const std::string& content);
+State LookAtDevice();
+/// Every line logged since ResetDevice().
+std::string Log();
 
 }  // namespace faults

@@ -29,16 +29,20 @@ struct Scenario {
   uid_t uid;           // whose process: 0, the account service's, or any other, which can come back to root
   std::string record;  // the account record before; empty: none
   int (*run)();        // 0 or above is success
-  std::vector<std::string> promised;  // keys of the new record that success stands for; none: all of the record
-  bool resultTells;                   // false: the operation answers the same whether it worked or not
+  bool resultTells;    // false: the operation answers the same whether it worked or not
   Tokens tokens = Tokens::kNone;
   Loss loss = Loss::kNever;
-  CloudProcess::Work prepare = nullptr;  // leaves what the operation finds; gives a line for each run, for UseLine
-  int (*again)() = nullptr;              // how it is repeated once the cloud has forgotten the device; null: as ever
-  bool recordStays = false;              // it has nothing to change in the record
+  Work prepare = nullptr;                  // leaves what the operation finds; gives a line for each run, for UseLine
+  int (*again)() = nullptr;                // how it is repeated once the cloud has forgotten the device; null: as ever
+  bool recordStays = false;                // it has nothing to change in the record
+  std::vector<std::string> promised = {};  // keys of the new record that success stands for; none: all of the record
 };
 
 const std::vector<Scenario>& Scenarios();
+
+/// The code that a sign-in with PKCE trades.
+void UseLine(const std::string& line);
+int LogoutLocally();
 
 /// What no log may show.
 std::vector<std::string> Secrets();

@@ -64,17 +64,6 @@ void SetResult(pid_t task, long result) {
 #endif
 }
 
-bool HasChildren(pid_t process) {
-  const std::string id = std::to_string(process);
-  std::ifstream list("/proc/" + id + "/task/" + id + "/children");
-  return list.good() && list.peek() != std::ifstream::traits_type::eof();
-}
-
-int CountDescriptors(pid_t process) {
-  const std::filesystem::directory_iterator all("/proc/" + std::to_string(process) + "/fd");
-  return static_cast<int>(std::distance(begin(all), end(all)));
-}
-
 class Run {
  public:
   Run(const Injection& injection, const Watch& watch) : injection_(injection), watch_(watch) {}
@@ -120,16 +109,14 @@ class Run {
     }
     Task& known = Know(task);
     int signal = WSTOPSIG(status);
-    if (signal == (SIGTRAP | 0x80)) {
+    const bool ours = signal == (SIGTRAP | 0x80) || status >> 16 != 0 || signal == SIGSTOP;
+    if (signal == (SIGTRAP | 0x80))
       SeeCall(task, known);
-      signal = 0;
-    } else if (status >> 16 != 0) {
+    else if (status >> 16 != 0)
       SeeEvent(task, known, status >> 16);
-      signal = 0;
-    } else if (signal == SIGSTOP) {  // a mark, or the first stop of a new task
-      if (task == main_) SeeMark();
-      signal = 0;
-    }
+    else if (signal == SIGSTOP && task == main_)  // a mark, and not the first stop of a new task
+      SeeMark();
+    if (ours) signal = 0;
     if (killed_) kill(task, SIGKILL);
     const bool calls = (tracing_ || &known == struck_) && !known.foreign;
     ptrace(calls ? PTRACE_SYSCALL : PTRACE_CONT, task, 0, signal);
@@ -158,8 +145,11 @@ class Run {
       return;
     }
     tracing_ = false;
-    ending_.left = HasChildren(main_);
-    ending_.descriptors = CountDescriptors(main_);
+    const std::string id = std::to_string(main_);
+    std::ifstream children("/proc/" + id + "/task/" + id + "/children");
+    ending_.left = children.good() && children.peek() != std::ifstream::traits_type::eof();
+    const std::filesystem::directory_iterator descriptors("/proc/" + id + "/fd");
+    ending_.descriptors = static_cast<int>(std::distance(begin(descriptors), end(descriptors)));
   }
 
   void SeeCall(pid_t task, Task& known) {

@@ -1,6 +1,5 @@
 // The device as the platform knows it: facts, API key, time zone, reports, and PKCE pairs.
 #include <string.h>
-#include <time.h>
 
 #include <set>
 #include <sstream>
@@ -9,18 +8,6 @@
 #include <json/json.h>
 
 #include "test_files.h"
-
-namespace {
-time_t gTime = 0;  // what time() gives; 0: the real one
-}
-
-extern "C" time_t time(time_t* out) noexcept {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  const time_t result = gTime ? gTime : now.tv_sec;
-  if (out) *out = result;
-  return result;
-}
 
 namespace {
 
@@ -84,8 +71,6 @@ TEST_F(CloudService, KeyIsMadeOnceReplacedOnRequestAndDroppedWhenExpired) {
   char key[VARN_CLOUD_API_KEY_SIZE];
   ASSERT_EQ(0, VARNCloudServiceRegisterApiKey(key));
   EXPECT_NE(first, key);
-  EXPECT_GT(0, VARNCloudServiceActionHandler(1));
-  EXPECT_EQ(key, Key(0));
   EXPECT_EQ(0, VARNCloudServiceActionHandler(2));
   EXPECT_NE(key, Key(1));
   Spill(kKeyFile, "two words\n", 0600);
@@ -97,10 +82,6 @@ TEST_F(CloudService, KeyIsMadeOnceReplacedOnRequestAndDroppedWhenExpired) {
       })));
   ASSERT_EQ(0, unlink(kKeyFile.c_str()) + symlink("/tmp/elsewhere", kKeyFile.c_str()));
   EXPECT_EQ("fails: 2", Key(1));
-  unlink(kKeyFile.c_str());
-  Spill(kHostConf, "");
-  Spill("/etc/machine-id", "");
-  EXPECT_EQ("fails: 9", Key(1));
 }
 
 TEST_F(CloudService, EverybodyWhoAsksAtOnceGetsTheSameKey) {
@@ -133,12 +114,6 @@ TEST(TimeZone, IsWhatTheMachineSays) {
     EXPECT_EQ(row.zone, Text([&](char* out, int size) { return VARNZoneGet(out, size, &needed); }));
     EXPECT_EQ(*row.zone == 'f' ? 0 : static_cast<int>(strlen(row.zone)) + 1, needed);
   }
-  VLIBSzHash* info = VLIBCSzHashAlloc(1024);
-  EXPECT_LT(0, VARNZoneGetInfo("Europe/Berlin", info));
-  EXPECT_STREQ("Europe/Berlin", VLIBCSzHashGetValue(info, "nameInTZDB"));
-  for (const char* zone : {"", "Mars/Base", "../../../etc/passwd", "/etc/passwd"})
-    EXPECT_GT(0, VARNZoneGetInfo(zone, info));
-  VLIBCSzHashFree(info);
 }
 
 std::vector<Json::Value> JsonLines(const std::string& path) {
@@ -159,36 +134,13 @@ TEST(Reports, OneLineEachWhateverTheTextsHold) {
   VLIBSzHash* params = VLIBCSzHashAlloc(4);
   VLIBCSzHashSetValue(params, "%ACCOUNT%", "a\n{\"b\"}\xc3\xa4\xff<11>");
   EXPECT_EQ(0, VARNSysNotifySendNotifiction("KivoPasswordChanged", params));
-  EXPECT_EQ(0, VARNLogSet1(2, 1, 0x13A00001, "ann@kivo.example", "", nullptr, "d"));
   VLIBCSzHashFree(params);
   umask(022);
   EXPECT_EQ("640 934:934", ModeAndOwner(file));
-  EXPECT_EQ("640 934:934", ModeAndOwner(kEvents));
-  EXPECT_EQ("755 0:0", ModeAndOwner("/usr/varn/var/log"));
-  const auto lines = JsonLines(file), events = JsonLines(kEvents);
-  ASSERT_TRUE(lines.size() == 1 && events.size() == 1);
+  const auto lines = JsonLines(file);
+  ASSERT_EQ(1u, lines.size());
   EXPECT_EQ("KivoPasswordChanged", lines[0]["tag"].asString());
   EXPECT_EQ(0u, lines[0]["params"]["%ACCOUNT%"].asString().find("a\n{\"b\"}\xc3\xa4"));
-  EXPECT_EQ("0x13A00001", events[0]["event"].asString());
-  EXPECT_EQ("[\"ann@kivo.example\",\"\",\"\",\"d\"]\n", Json::FastWriter().write(events[0]["args"]));
-  for (int wait = 0; wait < 6000 && Slurp("/var/log/syslog").find("0x13A00001") == std::string::npos; ++wait)
-    usleep(10000);
-  EXPECT_NE(std::string::npos, Slurp("/var/log/syslog").find("<14>varnplatform["));
-  EXPECT_NE(std::string::npos, Slurp("/var/log/syslog").find("<13>varnplatform["));
-}
-
-TEST(Reports, TellTheTimeInUtc) {
-  setenv("TZ", "Asia/Taipei", 1);
-  for (time_t now = 1; now < 4102444800; now += 86400 * 41 + 3671) {  // all of the months until 2100
-    unlink(kEvents.c_str());
-    gTime = now;
-    ASSERT_EQ(0, VARNLogSet1(0, 1, 1, "", "", "", ""));
-    char expected[32];
-    strftime(expected, sizeof expected, "%Y-%m-%dT%H:%M:%SZ", gmtime(&now));
-    ASSERT_EQ(expected, JsonLines(kEvents).at(0)["time"].asString());
-  }
-  gTime = 0;
-  unsetenv("TZ");
 }
 
 TEST(Reports, LinesOfManyWritersOfTwoUsersNeverMixAndNoLinkIsFollowed) {
@@ -201,6 +153,7 @@ TEST(Reports, LinesOfManyWritersOfTwoUsersNeverMixAndNoLinkIsFollowed) {
               return failures;
             }));
   EXPECT_EQ(801u, JsonLines(kEvents).size());
+  EXPECT_EQ("640 934:934", ModeAndOwner(kEvents));
   ASSERT_EQ(0, unlink(kEvents.c_str()) + symlink("/tmp/elsewhere", kEvents.c_str()));
   EXPECT_GT(0, VARNLogSet1(0, 1, 1, "", "", "", ""));
   EXPECT_EQ("", ModeAndOwner("/tmp/elsewhere"));
@@ -218,7 +171,6 @@ TEST(Pkce, PairIsOfTheRightLengthAndAlphabetAndNeverTheSame) {
   }
   EXPECT_EQ(4000u, texts.size());
   EXPECT_EQ(64u, letters.size()) << "all of the alphabet and nothing else: no padding, no plus, no slash, no end";
-  EXPECT_GT(0, varn_challenge_verifier_no_save(challenge, sizeof challenge, verifier, 43));
 }
 
 }  // namespace

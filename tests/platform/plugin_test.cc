@@ -1,7 +1,6 @@
 // Plug-ins: which files are run, in which order, with what, for how long.
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <time.h>
 
@@ -106,23 +105,6 @@ TEST_F(Plugins, ASlowOneIsEndedWithAllItStarted) {
   for (int wait = 0; wait < 6000 && kill(background, 0) == 0; ++wait) usleep(10000);  // until its new parent reaps it
   EXPECT_NE(0, kill(background, 0));
   EXPECT_NE(0, kill(shell, 0));
-}
-
-TEST_F(Plugins, ADaemonThatStaysHoldsNeitherTheCallNorItsPipes) {
-  Add("daemon", "setsid sleep 300 &");
-  int ends[2];
-  ASSERT_EQ(0, pipe(ends));
-  EXPECT_EQ(0, Await(InChild([&] {
-              dup2(ends[1], 1);
-              dup2(ends[1], 2);
-              return Run();
-            })));
-  close(ends[1]);
-  pollfd end = {ends[0], POLLIN, 0};
-  EXPECT_EQ(1, poll(&end, 1, 30000));
-  char byte;
-  EXPECT_EQ(0, read(ends[0], &byte, 1)) << "the caller's output is not at its end";
-  close(ends[0]);
 }
 
 }  // namespace

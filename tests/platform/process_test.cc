@@ -1,10 +1,7 @@
-// Programs the platform starts: their status, what they inherit and what not, pipes, threads. And its small helpers:
-// hashes, lists, the record of the last error.
+// Programs the platform starts: their status, what they inherit and what not, pipes, threads.
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/syscall.h>
 
-#include <climits>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -46,16 +43,11 @@ TEST(Execl, ChildStartsCleanWhateverTheCallerDid) {
   sigfillset(&blocked);
   pthread_sigmask(SIG_BLOCK, &blocked, &before);
   signal(SIGPIPE, SIG_IGN);
-  const std::uintptr_t ignored[4] = {1};  // SIG_IGN for a signal that the C library keeps to itself
-  std::uintptr_t usual[4];
-  constexpr int kThreadCancel = 32;
-  EXPECT_EQ(0, syscall(SYS_rt_sigaction, kThreadCancel, ignored, usual, _NSIG / 8));
   EXPECT_EQ(0, Shell("test ! -e /proc/self/fd/57 && test \"$(ls /proc/self/fd | tr '\\n' ' ')\" = '0 1 2 3 '"));
   EXPECT_EQ(0, Shell("grep -q '^SigBlk:.0*$' /proc/self/status && grep -q '^SigIgn:.0*$' /proc/self/status"));
   pthread_sigmask(SIG_SETMASK, &before, &after);
   EXPECT_EQ(1, sigismember(&after, SIGTERM)) << "the caller's mask is as it was";
   signal(SIGPIPE, SIG_DFL);
-  syscall(SYS_rt_sigaction, kThreadCancel, usual, nullptr, _NSIG / 8);
   close(open);
 }
 
@@ -76,17 +68,10 @@ TEST(Popen, PassesArgumentsAsTheyAreAndGivesTheStatusOrNull) {
   FILE* pipe = VLIBCPopen("/bin/echo", "r", "$HOME;", "`id`", "a  b", "", "*", kEnd);
   EXPECT_EQ("$HOME; `id` a  b  *\n", Output(pipe));
   EXPECT_EQ(0, VLIBCPclose(pipe));
-  TempDir dir;
-  pipe = VLIBCPopen("/bin/sh", "w", "-c", "cat >\"$0\"; exit 3", (dir / "out").c_str(), kEnd);
-  fputs("written", pipe);
+  pipe = VLIBCPopen("/bin/sh", "w", "-c", "read word; exit $word", kEnd);
+  fputs("3\n", pipe);
   EXPECT_EQ(3, VLIBCPclose(pipe));
-  EXPECT_EQ("written", Slurp(dir / "out"));
   EXPECT_EQ(nullptr, VLIBCPopen("/no/such/program", "r", kEnd));
-  EXPECT_EQ(static_cast<unsigned>(VLIB_ERR_NOT_FOUND), VLIBCErrGet());
-  EXPECT_EQ(nullptr, VLIBCPopen("/bin/true", "rw", kEnd));
-  FILE* foreign = fopen("/dev/null", "r");
-  EXPECT_GT(0, VLIBCPclose(foreign));
-  EXPECT_EQ(0, fclose(foreign)) << "a stream of somebody else stays open";
 }
 
 TEST(Processes, StartWithoutStandardDescriptorsAndFromManyThreadsAtOnce) {
@@ -110,33 +95,6 @@ TEST(Processes, StartWithoutStandardDescriptorsAndFromManyThreadsAtOnce) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-}
-
-TEST(Containers, KeepTheirOrderAndTheirTextsWhereTheyAreWhileTheyGrow) {
-  VLIBSzHash* hash = VLIBCSzHashAlloc(INT_MIN);
-  VLIBSzList* keys = VLIBCSzListAlloc(INT_MAX);
-  VLIBCSzHashSetValue(hash, "first", "value");
-  VLIBCSzListPush(keys, "pushed");
-  const char *value = VLIBCSzHashGetValue(hash, "first"), *pushed = VLIBCSzListGet(keys, 0);
-  for (int i = 1; i < 5000; ++i) VLIBCSzHashSetValue(hash, ("k" + std::to_string(i)).c_str(), "");
-  EXPECT_EQ(0, VLIBCSzHashSetValue(hash, "k7", "new"));
-  EXPECT_LE(0, VLIBCSzHashEnumKey(hash, keys));
-  EXPECT_STREQ("new", VLIBCSzHashGetValue(hash, VLIBCSzListGet(keys, 8)));
-  EXPECT_STREQ("value pushed", (std::string(value) + " " + pushed).c_str());
-  for (const int index : {-1, 5001, INT_MIN, INT_MAX}) EXPECT_EQ(nullptr, VLIBCSzListGet(keys, index));
-  VLIBCSzListFree(keys);
-  VLIBCSzHashFree(hash);
-}
-
-TEST(LastError, BelongsToTheThreadAndNamesItsPlace) {
-  std::thread([] {
-    char value[8];
-    EXPECT_GT(0, VLIBCFileGetKeyValue("/no/such/file", "key", value, sizeof value));
-    EXPECT_EQ(static_cast<unsigned>(VLIB_ERR_NOT_FOUND), VLIBCErrGet());
-    EXPECT_STREQ("file_util.cc", VLIBCErrorGetFile());
-    EXPECT_LT(0, VLIBCErrorGetLine());
-    std::thread([] { EXPECT_EQ(0u, VLIBCErrGet()); }).join();
-  }).join();
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // Files and processes for the tests of the platform. Everything runs inside the sandbox, as root.
-#ifndef VARN_TESTS_PLATFORM_TEST_FILES_H
-#define VARN_TESTS_PLATFORM_TEST_FILES_H
+#pragma once
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -66,18 +65,16 @@ inline int Await(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-/// Becomes the account service for good.
-inline bool BecomeAccountService() { return setresgid(934, 934, 934) == 0 && setresuid(934, 934, 934) == 0; }
-
 /// How many of `count` children, every second of them the account service, ended with anything but 0.
 template <class Body>
 int FailuresOf(int count, Body body) {
   std::vector<pid_t> children;
   for (int child = 0; child < count; ++child)
-    children.push_back(InChild([&] { return child % 2 == 0 && !BecomeAccountService() ? 99 : body(child); }));
+    children.push_back(InChild([&] {
+      const bool failed = child % 2 == 0 && (setresgid(934, 934, 934) != 0 || setresuid(934, 934, 934) != 0);
+      return failed ? 99 : body(child);
+    }));
   int failures = 0;
   for (const pid_t child : children) failures += Await(child) != 0;
   return failures;
 }
-
-#endif  // VARN_TESTS_PLATFORM_TEST_FILES_H

@@ -1,24 +1,18 @@
-// Faults: what a client sees of each, that they are used up in order, and that connections end when they should.
+// Faults: what a client sees of each, that they are used up in order, and that bad certificates are bad in one thing.
 #include <curl/curl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <fstream>
-#include <thread>
 
-#include "sim/curl_client.h"
-#include "sim/simulator.h"
+#include "sim/sim_bench.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using kivosim::CertificateKind;
-using kivosim::ConnectionFault;
 using kivosim::End;
 using kivosim::Fault;
 using kivosim::Framing;
-using kivosim::JournalEntry;
 using kivosim::Request;
 using kivosim::Response;
 using testing::HasSubstr;
@@ -37,7 +31,7 @@ class SimFaults : public testing::Test {
     cloud.SetHook([](const Request&) -> std::optional<Response> { return Response{200, "0123456789"}; });
     cloud.Start();
   }
-  Exchange Send(long timeoutMs = 60000) { return Post(kUrl, "a=1", {{}, timeoutMs}); }
+  Exchange Send(long timeoutMs = 60000) { return ::Send({kUrl, "a=1", {}, nullptr, timeoutMs}); }
   kivosim::Simulator cloud;
 };
 
@@ -57,25 +51,15 @@ TEST_F(SimFaults, EachSpoilsTheAnswerInItsWay) {
     std::string body, head;
     double seconds = 0;
   } rows[] = {
-      {Fault::Answer(503, "{}"), CURLE_OK, 503, "{}", "503 Service Unavailable"},
       {Fault::Answer(204, "ignored"), CURLE_OK, 204, "", "204 No Content"},
-      {Fault::Redirect("https://a.example/"), CURLE_OK, 302, "", "Location: https://a.example/\r\n"},
-      {With([](Fault& f) { f.contentType = "text/html"; }), CURLE_OK, 200, all, "text/html"},
       {With([](Fault& f) { f.raw = "HTTP/1.0 202 Hm\r\n\r\nbye"; }, End::kFin), CURLE_OK, 202, "bye", "202 Hm"},
-      {With([](Fault& f) { f.raw = "SSH-2.0-x\r\n"; }, End::kFin), CURLE_UNSUPPORTED_PROTOCOL, 0, "", ""},
       {With([](Fault& f) { f.framing = Framing::kChunked; }), CURLE_OK, 200, all, "Transfer-Encoding: chunked"},
       {With([](Fault& f) { f.framing = Framing::kUntilClose; }), CURLE_OK, 200, all, "Connection: close"},
-      {Fault::CutBody(5, Framing::kLength), CURLE_PARTIAL_FILE, 200, "01234", "Content-Length: 10"},
       {Fault::CutBody(8, Framing::kChunked, End::kCloseNotify), CURLE_PARTIAL_FILE, 200, "01234", ""},
       {Fault::CutBody(5, Framing::kUntilClose, End::kCloseNotify), CURLE_OK, 200, "01234", ""},
-      {Fault::CutBody(0, Framing::kLength, End::kReset), CURLE_RECV_ERROR, 200, "", ""},
-      {With([](Fault& f) { f.cutAfter = 9; }, End::kCloseNotify), CURLE_GOT_NOTHING, 0, "", ""},
       {With([](Fault& f) { f.contentLength = 11; }, End::kCloseNotify), CURLE_PARTIAL_FILE, 200, all, ""},
       {With([](Fault& f) { f.contentLength = 3; }, End::kFin), CURLE_OK, 200, "012", ""},
       {Fault::CutBody(5, Framing::kLength, End::kSilence), CURLE_OPERATION_TIMEDOUT, 200, "01234", ""},
-      {Fault::NeverAnswer(), CURLE_OPERATION_TIMEDOUT, 0, "", ""},
-      {Fault::ResetAfterRequest(), CURLE_RECV_ERROR, 0, "", ""},
-      {Fault::Delay(400ms), CURLE_OK, 200, all, "", 0.4},
       {Fault::Drip(20, 40ms), CURLE_OK, 200, all, "", 0.12},  // 76 bytes or more in portions of 20
   };
   for (const auto& row : rows) {
@@ -105,30 +89,6 @@ TEST_F(SimFaults, QueuesAreUsedUpInOrderAndThePathGoesBeforeTheStar) {
   EXPECT_EQ(2u, cloud.PendingFaults());
   cloud.ClearFaults();
   EXPECT_EQ(200, Send().status);
-}
-
-TEST_F(SimFaults, TheWorkIsDoneThoughTheAnswerIsLostUnlessSkipped) {
-  int calls = 0, sent = 0;
-  cloud.SetHook([&](const Request&) -> std::optional<Response> { return ++calls, Response{}; });
-  Fault lost = Fault::ResetAfterRequest();
-  lost.onSent = [&] { ++sent; };
-  for (const bool skip : {false, true}) {
-    lost.skipHandler = skip;
-    cloud.QueueFault("x", lost);
-    EXPECT_EQ(CURLE_RECV_ERROR, Send().curlCode);
-  }
-  ASSERT_TRUE(cloud.WaitIdle());
-  EXPECT_EQ(1, calls);
-  EXPECT_EQ(2, sent);
-  EXPECT_EQ(2u, cloud.Requests("x").size());
-}
-
-TEST_F(SimFaults, AnEndlessBodyGoesOnUntilTheClientHasEnough) {
-  for (const Framing framing : {Framing::kLength, Framing::kChunked, Framing::kUntilClose}) {
-    cloud.QueueFault("x", Fault::Endless(framing));
-    EXPECT_EQ(CURLE_WRITE_ERROR, Post(kUrl, "", {{}, 60000, CurlOptions().caFile, 8U << 20U}).curlCode);
-  }
-  EXPECT_TRUE(cloud.WaitIdle());
 }
 
 /// Each kind has to be refused for what it is named after; a client that looks away there must get through.
@@ -162,36 +122,11 @@ TEST_F(SimFaults, BadCertificatesAreGoodButForTheOneThing) {
   EXPECT_EQ(CURLE_OK, Send().curlCode);
 }
 
-TEST_F(SimFaults, ConnectionsFailBelowTls) {
-  using Kind = ConnectionFault::Kind;
-  for (const Kind kind : {Kind::kResetInHandshake, Kind::kSilentInHandshake, Kind::kNotTls}) {
-    cloud.QueueConnectionFault({kind, CertificateKind::kGood, 2});
-    const bool silent = kind == Kind::kSilentInHandshake;
-    for (int i = 0; i < 2; ++i)
-      EXPECT_EQ(silent ? CURLE_OPERATION_TIMEDOUT : CURLE_SSL_CONNECT_ERROR, Send(silent ? 300 : 60000).curlCode);
-  }
-  EXPECT_EQ(CURLE_OK, Send().curlCode);
-  ASSERT_TRUE(cloud.WaitIdle());
-  ASSERT_EQ(7u, cloud.Journal().size());
-  for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(JournalEntry::Kind::kHandshakeFailed, cloud.Journal()[i].kind);
-}
-
 TEST_F(SimFaults, WhatIsSentInClearIsSeen) {
   EXPECT_EQ(403, Post("http://127.0.0.1:" + std::to_string(cloud.PlainHttpPort()) + "/y", "secret=1").status);
   EXPECT_THAT(cloud.PlainHttpReceived(), HasSubstr("POST /y HTTP/1.1\r\n"));
   EXPECT_THAT(cloud.PlainHttpReceived(), HasSubstr("\r\n\r\nsecret=1"));
   EXPECT_EQ(0u, cloud.Connections());
-}
-
-TEST_F(SimFaults, StopsWithOpenConnectionsAndStartsAgain) {
-  cloud.QueueFault("x", Fault::NeverAnswer());
-  std::thread waiting([&] { EXPECT_EQ(CURLE_GOT_NOTHING, Send().curlCode); });
-  while (cloud.Requests("x").empty()) std::this_thread::yield();
-  cloud.Stop();  // for which the client does not wait until its own limit
-  waiting.join();
-  EXPECT_EQ(CURLE_COULDNT_CONNECT, Send().curlCode);
-  cloud.Start();
-  EXPECT_EQ(CURLE_OK, Send().curlCode);  // the CA is still the one that is trusted
 }
 
 }  // namespace

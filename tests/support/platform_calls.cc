@@ -31,12 +31,6 @@ void CountOpen(const char* kind, int change) {
 
 }  // namespace
 
-#define FAKE(result, name, parameters, arguments)                                     \
-  result name parameters {                                                            \
-    static auto* const next = Next<result parameters>(#name);                         \
-    const Planned planned = Plan(#name, Words arguments);                             \
-    return planned.instead ? Failure<result>(planned) : Real<result>(next arguments); \
-  }
 #define FAKE_OPEN(result, name, kind, parameters, arguments, succeeded)                     \
   result name parameters {                                                                  \
     static auto* const next = Next<result parameters>(#name);                               \
@@ -45,6 +39,7 @@ void CountOpen(const char* kind, int change) {
     if (succeeded) CountOpen(kind, 1);                                                      \
     return got;                                                                             \
   }
+#define FAKE(result, name, parameters, arguments) FAKE_OPEN(result, name, "", parameters, arguments, false)
 #define FAKE_CLOSE(result, name, kind, parameter, argument, wasOpen) \
   result name(parameter argument) {                                  \
     static auto* const next = Next<result(parameter)>(#name);        \

@@ -41,19 +41,14 @@ std::chrono::microseconds Skipped(const void* caller) {
 
 }  // namespace
 
-#define FAKE_CURL(result, name, failure, parameters, arguments)                           \
-  result name parameters {                                                                \
+#define FAKE_CALL(result, name, failure, parameters, arguments, ...)                      \
+  result name parameters __VA_ARGS__ {                                                    \
     static auto* const next = Next<result parameters>(#name);                             \
     const Planned planned = CALLED_BY_LIBRARY ? Plan(#name, Words arguments) : Planned(); \
     return planned.instead ? (failure) : next arguments;                                  \
   }
-#define FAKE_SYSTEM(name, parameters, arguments)                                          \
-  int name parameters noexcept {                                                          \
-    static auto* const next = Next<int parameters>(#name);                                \
-    const Planned planned = CALLED_BY_LIBRARY ? Plan(#name, Words arguments) : Planned(); \
-    if (planned.instead) errno = EPERM;                                                   \
-    return planned.instead ? -1 : next arguments;                                         \
-  }
+#define FAKE_SYSTEM(name, parameters, arguments) \
+  FAKE_CALL(int, name, (errno = EPERM, -1), parameters, arguments, noexcept)
 
 #define FAKE_LOG(name, parameters)                                 \
   void name parameters {                                           \
@@ -91,11 +86,11 @@ FAKE_SYSTEM(fchmod, (int file, mode_t mode), (file, mode))
 FAKE_SYSTEM(fchown, (int file, uid_t owner, gid_t group), (file, owner, group))
 FAKE_SYSTEM(rename, (const char* from, const char* to), (from, to))
 
-FAKE_CURL(CURL*, curl_easy_init, nullptr, (void), ())
-FAKE_CURL(CURLcode, curl_easy_perform, static_cast<CURLcode>(planned.result.value_or(CURLE_SEND_ERROR)), (CURL * curl),
+FAKE_CALL(CURL*, curl_easy_init, nullptr, (void), ())
+FAKE_CALL(CURLcode, curl_easy_perform, static_cast<CURLcode>(planned.result.value_or(CURLE_SEND_ERROR)), (CURL * curl),
           (curl))
-FAKE_CURL(char*, curl_easy_escape, nullptr, (CURL * curl, const char* text, int length), (curl, text, length))
-FAKE_CURL(curl_slist*, curl_slist_append, nullptr, (curl_slist * list, const char* line), (list, line))
+FAKE_CALL(char*, curl_easy_escape, nullptr, (CURL * curl, const char* text, int length), (curl, text, length))
+FAKE_CALL(curl_slist*, curl_slist_append, nullptr, (curl_slist * list, const char* line), (list, line))
 
 CURLcode curl_easy_getinfo(CURL* curl, CURLINFO info, ...) {
   static auto* const next = Next<CURLcode(CURL*, CURLINFO, ...)>("curl_easy_getinfo");
