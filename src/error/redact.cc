@@ -23,12 +23,18 @@ constexpr SecretName kSecretNames[] = {{"access_token", kShown}, {"id_token", kS
                                        {"grant_code", kShown},   {"lu_token", kShown},       {"passwd", 0},
                                        {"passwd_new", 0},        {"passwd_confirmation", 0}, {"kivoPW", 0}};
 
+constexpr SecretName kBearer = {"Bearer", kShown};
+
+bool IsSameName(std::string_view name, std::string_view word) {
+  return name.size() == word.size() && strncasecmp(name.data(), word.data(), word.size()) == 0;
+}
+
 bool IsNameCharacter(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
 
 const SecretName* FindSecretName(std::string_view word) {
-  const auto* found = std::find_if(std::begin(kSecretNames), std::end(kSecretNames), [&](const SecretName& secret) {
-    return secret.name.size() == word.size() && strncasecmp(secret.name.data(), word.data(), word.size()) == 0;
-  });
+  if (IsSameName(kBearer.name, word)) return &kBearer;
+  const auto* found = std::find_if(std::begin(kSecretNames), std::end(kSecretNames),
+                                   [&](const SecretName& secret) { return IsSameName(secret.name, word); });
   return found == std::end(kSecretNames) ? nullptr : found;
 }
 
@@ -71,25 +77,54 @@ struct Value {
   bool nested;
 };
 
-/// Where the `=`, `:`, %3D or %3A at `at` ends; `at` where there is none.
+/// Where the `=`, `=>`, `:`, %3D or %3A at `at` ends; `at` where there is none.
 std::size_t SeparatorEnd(std::string_view text, std::size_t at) {
+  if (text.substr(at, 2) == "=>") return at + 2;
   if (at < text.size() && (text[at] == '=' || text[at] == ':')) return at + 1;
   for (const std::string_view escaped : {"%3D", "%3d", "%3A", "%3a"})
     if (text.substr(at, escaped.size()) == escaped) return at + escaped.size();
   return at;
 }
 
-/// The value that belongs to a name ending at `at`: after `"` and `:` as in JSON, `=` as in a form or a file.
+std::size_t FindOrEnd(std::string_view text, std::string_view set, std::size_t at) {
+  return std::min(text.find_first_of(set, at), text.size());
+}
+
+/// The text behind the name of an element, or of a cell that a value's cell follows.
+Value FindInMarkup(std::string_view text, std::size_t at) {
+  for (at = std::min(text.find('>', at), text.size()); at < text.size(); at = FindOrEnd(text, ">", at)) {
+    at = SkipAny(text, at + 1, " \t\r\n");
+    if (at < text.size() && text[at] != '<') break;
+  }
+  return {at, FindOrEnd(text, "<", at), false};
+}
+
+/// The "string(32) " in front of a value that PHP's var_dump shows.
+std::size_t SkipType(std::string_view text, std::size_t at) {
+  constexpr std::string_view kType = "string(";
+  if (text.substr(at, kType.size()) != kType) return at;
+  return SkipAny(text, SkipAny(text, at + kType.size(), "0123456789"), ") ");
+}
+
+/// The value that belongs to a name ending at `at`: after `"` and `:` as in JSON, `=` as in a form or a file, `=>` as
+/// in a dump, or a tag.
 Value FindValue(std::string_view text, std::size_t at) {
-  const std::size_t separator = SkipAny(text, at, "\\\"' \t\r\n"), after = SeparatorEnd(text, separator);
+  const std::size_t separator = SkipAny(text, at, "\\\"'] \t\r\n"), after = SeparatorEnd(text, separator);
+  if (after == separator && separator < text.size() && (text[separator] == '>' || text[separator] == '<'))
+    return FindInMarkup(text, separator);
   if (after == separator) return {at, at, false};
-  const std::size_t begin = SkipAny(text, after, " \t\r\n"), quote = SkipAny(text, begin, "\\");
+  const std::size_t begin = SkipType(text, SkipAny(text, after, " \t\r\n")), quote = SkipAny(text, begin, "\\");
   if (quote < text.size() && (text[quote] == '"' || text[quote] == '\''))
     return {quote + 1, QuotedEnd(text, quote + 1, quote - begin, text[quote]), false};
   if (begin < text.size() && (text[begin] == '[' || text[begin] == '{')) return {begin, NestedEnd(text, begin), true};
   const bool json = text[after - 1] == ':';
-  const std::size_t end = text.find_first_of(json ? ",}] \t\r\n" : "& \t\r\n\"'<>", begin);
-  return {begin, end == std::string_view::npos ? text.size() : end, false};
+  return {begin, FindOrEnd(text, json ? ",}] \t\r\n" : "& \t\r\n\"'<>", begin), false};
+}
+
+/// The token of an Authorization header (RFC 6750), which has no name of its own.
+Value FindBearer(std::string_view text, std::size_t at) {
+  const std::size_t begin = SkipAny(text, at, " +"), end = FindOrEnd(text, " \t\r\n\"'\\<>&,", begin);
+  return begin > at && end - begin > kShown ? Value{begin, end, false} : Value{at, at, false};
 }
 
 std::string HideSecrets(std::string_view text) {
@@ -103,7 +138,10 @@ std::string HideSecrets(std::string_view text) {
     std::size_t end = at;
     while (end < text.size() && IsNameCharacter(text[end])) ++end;
     const SecretName* secret = FindSecretName(text.substr(at, end - at));
-    const Value value = secret ? FindValue(text, end) : Value{end, end, false};
+    const bool closesElement = at > 0 && text[at - 1] == '/' && end < text.size() && text[end] == '>';
+    const Value value = !secret || closesElement ? Value{end, end, false}
+                        : secret == &kBearer     ? FindBearer(text, end)
+                                                 : FindValue(text, end);
     out.append(text.substr(at, value.begin - at));
     at = value.begin;
     if (!secret || value.end <= value.begin) continue;

@@ -13,7 +13,8 @@
 namespace varnkivo {
 namespace {
 
-constexpr time_t kLeftoverAge = 60;  // seconds
+constexpr time_t kLeftoverAge = 60;     // seconds
+constexpr std::size_t kRandomSize = 6;  // of mkstemp(3)
 
 struct DirectoryCloser {
   void operator()(DIR* directory) const noexcept { closedir(directory); }
@@ -30,11 +31,14 @@ bool IsLeftover(const std::string& path) {
 
 }  // namespace
 
-void RemoveLeftovers(const std::string& directory, const std::string& prefix) {
+void RemoveLeftovers(const std::string& directory, const std::string& prefix, const std::string& suffix) {
+  const std::size_t size = prefix.size() + kRandomSize + suffix.size();
   const std::unique_ptr<DIR, DirectoryCloser> open(opendir(directory.c_str()));
   while (const dirent* entry = open ? readdir(open.get()) : nullptr) {
     const std::string name = entry->d_name, path = directory + "/" + name;
-    if (name.compare(0, prefix.size(), prefix) == 0 && IsLeftover(path)) unlink(path.c_str());
+    const bool isTheirs = name.size() == size && name.compare(0, prefix.size(), prefix) == 0 &&
+                          name.compare(size - suffix.size(), suffix.size(), suffix) == 0;
+    if (isTheirs && IsLeftover(path)) unlink(path.c_str());
   }
 }
 

@@ -64,7 +64,7 @@ bool WriteTrustedConfig(const std::string& path, const Json::Value& config) {
   const PrivilegeBracket bracket(kSource);
   if (!bracket.Entered()) return false;
   const std::size_t slash = path.rfind('/');
-  RemoveLeftovers(path.substr(0, slash), path.substr(slash + 1) + ".");
+  RemoveLeftovers(path.substr(0, slash), path.substr(slash + 1) + ".", "");
   std::string pending = path + ".XXXXXX";
   const int file = mkostemp(pending.data(), O_CLOEXEC);
   if (file < 0) return false;

@@ -22,6 +22,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <string_view>
 
 namespace varnkivo {
 namespace {
@@ -50,15 +51,18 @@ std::string Text(const Json::Value& object, const char* name) {
   return *text;
 }
 
-/// "https://" and a host.
+/// "https://" and what begins a host.
 bool IsEndpoint(const std::string& url) {
   const std::string scheme = "https://";
-  return url.rfind(scheme, 0) == 0 && url.size() > scheme.size() && url[scheme.size()] != '/';
+  return url.rfind(scheme, 0) == 0 && url.size() > scheme.size() &&
+         std::string_view("/?#@:").find(url[scheme.size()]) == std::string_view::npos;
 }
 
 /// Before anything is sent because of it: without the endpoint a code would be spent for nothing.
 void RequireUsable(const Json::Value& config) {
-  for (const char* name : {"login_redirect_uri", "scope"}) Text(config, name);
+  for (const char* name : {"client_id", "login_redirect_uri"})
+    if (Text(config, name).empty()) throw KivoException(KIVO_ERR_RESPONSE);
+  Text(config, "scope");
   RequireHeaderValue(Text(config, "client_id"), KIVO_ERR_TOKEN);
   if (!IsEndpoint(RequireHeaderValue(Text(config, "token_endpoint"), KIVO_ERR_RESPONSE)))
     throw KivoException(KIVO_ERR_RESPONSE);

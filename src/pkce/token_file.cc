@@ -108,7 +108,7 @@ PendingTokenFile::PendingTokenFile(const std::string& client, Site site)
   const PrivilegeBracket bracket(site);
   RequireEntered(bracket, site);
   // The comma, which no client's name has, tells them from every token file.
-  RemoveLeftovers(kPrivateDirectory, client_ + ",");
+  RemoveLeftovers(kPrivateDirectory, client_ + ",", kSuffix);
   path_ = InPrivateDirectory(client_ + ",XXXXXX" + kSuffix);
   file_ = mkostemps(path_.data(), static_cast<int>(std::string(kSuffix).size()), O_CLOEXEC);  // 0600 from the start
   if (file_ < 0) Fail();
