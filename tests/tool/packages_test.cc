@@ -9,12 +9,14 @@
 namespace tooltest {
 namespace {
 
+using kivosim::Fault;
 using testing::HasSubstr;
 using testing::Not;
 
 constexpr char kFolder[] = "/usr/varn/etc/varnholt-account/private/";
 constexpr char kTokens[] = "/usr/varn/etc/varnholt-account/private/photos_token.json";
 constexpr char kGrant[] = "oauth2/api/v1/device/package/authorization_code/grant";
+constexpr char kForced[] = "varnkivo token --package photos --force";
 constexpr char kLink[] = "/tmp/account_linked_pkce_client.conf";
 constexpr char kConfiguration[] = "/tmp/account_photos_pkce_client.conf";
 
@@ -97,11 +99,31 @@ TEST_F(PackagesTest, WhatCannotBeHadEndsWithItsCodeAndWhy) {
     EXPECT_EQ("", result.out);
   }
   EXPECT_EQ(1u, Grants()) << "a second grant would give no longer token";
+  const struct {
+    const char* path;
+    Fault fault;
+    int exit;
+    const char *cause, *run;
+  } answers[] = {{kGrant, Fault::Answer(404, "{}"), 5, "knows no package", "varnkivo packages"},
+                 {kGrant, Fault::Answer(500, "code=404, inside"), 5, "was incomplete", kForced},
+                 {"oauth2/token", Fault::Answer(404, "{}"), 5, "was incomplete", kForced},
+                 {kGrant, Fault::Answer(200, "<"), 1, "could not be stored", "df -h /usr/varn/etc /tmp"}};
+  for (const auto& answer : answers) {
+    Cloud().QueueFault(answer.path, answer.fault);
+    const Result result = Tool({"token", "--package", "photos", "--force", "--format", "json"});
+    EXPECT_EQ(answer.exit, result.exit) << answer.cause;
+    EXPECT_THAT(ErrorOf(result)["cause"].asString(), HasSubstr(answer.cause));
+    EXPECT_EQ(answer.run, ErrorOf(result)["run"].asString());
+  }
+  EXPECT_EQ(
+      "varnkivo token --package photos",
+      ErrorOf(Tool({"token", "--package", "photos", "--force", "--min-valid", "5000", "--json"}))["run"].asString())
+      << "a set that has just been granted";
   Cloud().TakeDown("account");
   const Result down = Tool({"token", "--package", "photos", "--force", "--json"});
   EXPECT_EQ("yes", ErrorOf(down)["retry_helps"].asString());
   EXPECT_EQ("unreachable", ErrorOf(down)["kind"].asString());
-  EXPECT_EQ("varnkivo token --package photos --force", ErrorOf(down)["run"].asString());
+  EXPECT_EQ(kForced, ErrorOf(down)["run"].asString());
   Cloud().BringBack();
   EXPECT_EQ(0, Tool({"logout", "--yes"}).exit);
   EXPECT_EQ(3, Tool({"token", "--package", "photos"}).exit);
@@ -131,6 +153,7 @@ TEST_F(PackagesTest, TheListTellsWhatTheFilesSayAndAsksNobody) {
               {config, 0644, 1000, "ignored"},
               {config, 0666, 934, "ignored"},
               {R"({"created_at":1000000000})", 0644, 0, "stale"},
+              {R"({"created_at":")" + std::to_string(time(nullptr)) + "\"}", 0644, 0, "stale"},
               {"[]", 0644, 0, "ignored"}};
   for (const auto& row : rows) {
     Write(kConfiguration, row.content, row.mode);
@@ -149,6 +172,8 @@ TEST_F(PackagesTest, TheListTellsWhatTheFilesSayAndAsksNobody) {
   EXPECT_THAT(Tool({"packages"}).out, HasSubstr("lum (the device)  valid for"));
   EXPECT_EQ(0u, Cloud().Connections());
   EXPECT_EQ(7, RunTool({{"packages"}, "", {}, false, 1000, 1000}).exit);
+  const Result ordinary = RunTool({{"token", "--package", "photos", "--json"}, "", {}, false, 1000, 1000});
+  EXPECT_EQ("sudo varnkivo token --package photos", ErrorOf(ordinary)["run"].asString());
 }
 
 }  // namespace
