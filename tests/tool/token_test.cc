@@ -66,6 +66,13 @@ TEST_F(ToolTest, StatusShowsTheTokensAgeAndNeverTheToken) {
 
 TEST_F(ToolTest, ATokenThatCannotBeHadEndsWithWhy) {
   EXPECT_EQ(3, Tool({"token"}).exit) << "nobody is signed in";
+  for (const std::vector<std::string>& more :
+       {std::vector<std::string>{"--format=json"}, {"--format", "json"}, {"--format", "json", "--nonesuch"}}) {
+    std::vector<std::string> arguments = {"token"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    EXPECT_NE("", ErrorOf(Tool(arguments))["cause"].asString());
+  }
+  EXPECT_EQ("v", Tool({"token", "--format", "header", "--package", "json"}).err.substr(0, 1)) << "no JSON mode";
   ASSERT_EQ(0, LogIn().exit);
   SignInWithToken(Cloud(), std::chrono::hours(2));
   Cloud().TakeDown("identity", kivosim::Fault::ResetAfterRequest());
