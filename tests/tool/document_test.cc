@@ -26,6 +26,7 @@ const Query kQueries[] = {{"status", {"status", "--json"}, 0},
                           {"is-signed-in", {"is-signed-in", "--json"}, 3},
                           {"account", {"account", "show", "--json"}, 3},
                           {"packages", {"packages", "--json"}, 0},
+                          {"scan", {"scan", "--json"}, 0},
                           {"paths", {"paths", "--json"}, 0},
                           {"version", {"version", "--json"}, 0}};
 

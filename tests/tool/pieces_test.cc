@@ -4,7 +4,10 @@
 #include "text.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
 
+#include "apart.h"
 #include "authorization.h"
 #include "cron_schedule.h"
 #include "exit_codes.h"
@@ -27,6 +30,24 @@ TEST(Text, OnlyValidUtf8Remains) {
                {"\xED\xA0\x80", bad + bad + bad},             // a surrogate
                {"\xF4\x90\x80\x80", bad + bad + bad + bad}};  // past U+10FFFF
   for (const auto& text : texts) EXPECT_EQ(text.out, Utf8(text.in));
+}
+
+TEST(Apart, WorkThatTakesTooLongIsEndedWithAllThatItHasStarted) {
+  EXPECT_EQ(std::string(100000, 'x'), RunApart([] { return std::string(100000, 'x'); }, [] {}, 30));
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  const auto hang = [&] {
+    if (fork() == 0) pause();  // keeps its end of the pipe until it is ended
+    pause();
+    return std::string();
+  };
+  EXPECT_THROW(RunApart(
+                   hang, [] { FAIL(); }, 1),
+               TakesTooLong);
+  close(ends[1]);
+  pollfd ended = {ends[0], POLLIN, 0};
+  EXPECT_EQ(1, poll(&ended, 1, 10000));
+  close(ends[0]);
 }
 
 TEST(Text, AWordForTheShellIsOneWord) {
