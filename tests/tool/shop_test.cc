@@ -12,6 +12,7 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr char kHistoryPath[] = "api/query.php", kProgram[] = "/usr/varn/sbin/varnddnsinfo";
+constexpr char kRelay[] = "/usr/varn/etc/varnrelayd/varnrelayd.conf";
 
 /// Ann is signed in and has bought the four examples.
 struct ShopTest : ToolTest {
@@ -46,6 +47,28 @@ TEST_F(ShopTest, TheDocumentsFitTheirSchemas) {
   }
   EXPECT_THAT(Cloud().Complaints(), testing::IsEmpty());
   EXPECT_EQ(1, Tool({"shop", "item", "nonesuch"}).exit);
+  for (const std::vector<std::string>& verb : {std::vector<std::string>{"shop", "page-info"}, {"shop", "purchases"}}) {
+    const Result ordinary = RunTool({verb, "", {}, false, 1000, 1000});
+    EXPECT_EQ(7, ordinary.exit);
+    EXPECT_THAT(ordinary.err, HasSubstr("sudo varnkivo shop " + verb[1] + "\n"));
+  }
+}
+
+TEST_F(ShopTest, WhatIsTooLongIsNotSent) {
+  Cloud().ClearJournal();
+  const std::string name(257, 'x'), language(33, 'e');
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"shop", "item", name},
+                                                    {"shop", "item", "a", "--language", language},
+                                                    {"shop", "items", "--language", language},
+                                                    {"shop", "purchases", "--app", name},
+                                                    {"shop", "purchases", "--language", language},
+                                                    {"shop", "login", "--email", "a", "--language", language}}) {
+    const Result result = Tool(arguments);
+    EXPECT_EQ(2, result.exit) << arguments[1];
+    EXPECT_THAT(result.err, testing::AllOf(HasSubstr("longer than"), Not(HasSubstr(language)), Not(HasSubstr(name))));
+  }
+  EXPECT_EQ(0u, Cloud().Connections());
+  EXPECT_EQ(1, Tool({"shop", "item", name.substr(1), "--language", language.substr(1)}).exit) << "unknown, but asked";
 }
 
 TEST_F(ShopTest, ThePasswordIsTriedAndTheKeyIsMasked) {
@@ -62,8 +85,9 @@ TEST_F(ShopTest, ThePasswordIsTriedAndTheKeyIsMasked) {
 }
 
 TEST_F(ShopTest, TheHistoryIsFilteredAndAddedUp) {
-  const Result result = Tool({"shop", "purchases", "--from", "2025-11-30", "--to", "2026-01-17", "--app", "photos",
-                              "--app", "songbook", "--price", "4.99", "9.99", "--payer", "ann.buys", "--json"});
+  const Result result =
+      Tool({"shop", "purchases", "--from", "2025-11-30", "--to", "2026-01-17", "--app", "photos", "--app", "songbook",
+            "--price", "4.99", "--price", "9.99", "--payer", "ann.buys", "--json"});
   const Json::Value document = Parse(result.out);
   EXPECT_EQ(2, document["total"].asInt());
   EXPECT_NEAR(14.98, document["price_sum"].asDouble(), 1e-9);
@@ -73,10 +97,13 @@ TEST_F(ShopTest, TheHistoryIsFilteredAndAddedUp) {
                 request.Param("paypals"));
   EXPECT_FALSE(request.HasParam("serials"));
   const std::pair<const char*, const char*> mistakes[] = {
-      {"--from", "2026-02-30"}, {"--to", "17.1.2026"}, {"--price", "nan"}, {"--app", "a,b"}, {"--serial", "a\nb"}};
+      {"--from", "2026-02-30"}, {"--to", "17.1.2026"}, {"--price", "nan"},  {"--app", "a,b"},
+      {"--app", "[b,c]"},       {"--app", ""},         {"--serial", "a\nb"}};
   for (const auto& [option, value] : mistakes) EXPECT_EQ(2, Tool({"shop", "purchases", option, value}).exit) << value;
   EXPECT_EQ(2, Tool({"shop", "purchases", "--csv", "--json"}).exit);
   EXPECT_EQ(1u, Cloud().Requests(kHistoryPath).size());
+  EXPECT_EQ(0, Tool({"shop", "purchases", "--app", "[photos]"}).exit);
+  EXPECT_EQ("[photos]", Cloud().Requests(kHistoryPath).back().Param("apps"));
   ASSERT_EQ(0, Tool({"logout", "--local", "--yes"}).exit);
   EXPECT_EQ(3, Tool({"shop", "purchases"}).exit);
 }
@@ -111,6 +138,7 @@ TEST_F(ShopTest, AnAnswerThatIsNoneIsToldAndNotPrinted) {
               {item + "\"9\"}]}", 5, "wrong types"},
               {item + "1,\"title\":{}}]}", 5, "wrong types"},
               {R"({"code":"badauth"})", 4, "does not accept"},
+              {R"({"code":"account_not_found"})", 4, "Run:         varnkivo login\n"},
               {R"({"code":"\u001b[2Jodd"})", 1, "\\x1b[2Jodd"}};
   for (const auto& row : rows) {
     const Result result = Answered(row.body, {"shop", "items"});
@@ -123,12 +151,15 @@ TEST_F(ShopTest, AnAnswerThatIsNoneIsToldAndNotPrinted) {
 
 TEST_F(ShopTest, TheScanFindsWhatTheRelayAndDynamicDnsSay) {
   std::filesystem::create_directories("/usr/varn/etc/varnrelayd");
-  Write("/usr/varn/etc/varnrelayd/varnrelayd.conf",
-        R"({"server_alias":{"alias":"home\u001b"},"server_kivo":{"account":"a@b"}})");
+  Write(kRelay, R"({"server_alias":{"alias":"home\u001b"},"server_kivo":{"account":"a@b"}})");
   Write("/usr/varn/etc/ddns.conf", "varn_account=\"a@b\"\nvarn_hostname=\"nas.example\"\n");
   EXPECT_EQ("Account  Service  Value\na@b      farlink  home\\x1b\na@b      ddns     nas.example\n",
             Tool({"scan"}).out);
   EXPECT_EQ("", CheckDocument("scan", Tool({"scan", "--json"}).out));
+  Write(kRelay, R"({"server_alias":{"alias":"home"},"server_kivo":{"account":"\n"}})");
+  const std::string json = Tool({"scan", "--json"}).out;
+  EXPECT_EQ("", CheckDocument("scan", json));
+  EXPECT_EQ(1u, Parse(json)["accounts"].size()) << "an empty line names nobody";
   const auto ask = [](const std::string& arguments) {
     const int status = std::system((std::string(kProgram) + " " + arguments + " >/tmp/said 2>/dev/null").c_str());
     return std::to_string(WEXITSTATUS(status)) + Read("/tmp/said");
@@ -137,8 +168,7 @@ TEST_F(ShopTest, TheScanFindsWhatTheRelayAndDynamicDnsSay) {
   for (const char* wrong : {"", "--get", "--get-varn-account x"}) EXPECT_EQ("2", ask(wrong));
   Write("/usr/varn/etc/ddns.conf", "varn_hostname=\"nas.example\"\n");
   EXPECT_EQ("0", ask("--get-varn-account"));
-  for (const char* path : {"/usr/varn/etc/ddns.conf", "/usr/varn/etc/varnrelayd/varnrelayd.conf"})
-    std::filesystem::remove(path);
+  for (const char* path : {"/usr/varn/etc/ddns.conf", kRelay}) std::filesystem::remove(path);
   EXPECT_EQ("0", ask("--get-varn-hostname"));
   EXPECT_THAT(Tool({"scan"}).err, HasSubstr("No service"));
 }
