@@ -93,6 +93,7 @@ for example in "${examples[@]}"; do
   service
   run $([ "$example" = "$program" ] && echo 1 || echo 7) setpriv --reuid=1000 --regid=1000 --clear-groups "$example" photos $url
   expect "$name: an ordinary user" '' "$(seen)$(cat "$work/out")"
+  run 1 "$example" photos https://127.0.0.1:9/
 done
 
 # How an administrator hands one to a program of an ordinary user.
