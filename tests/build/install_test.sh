@@ -15,6 +15,7 @@ mv "$scratch/first" "$work"
 ! grep -rlIF "$scratch" "$work" || fail "a file names the folder that it was installed to first"
 library=$(find "$work" -name 'libvarnkivo.so.1')
 [ -n "$library" ] || fail "libvarnkivo.so.1 is not installed"
+[ -x "$work/sbin/varnddnsinfo" ] || fail "varnddnsinfo is not installed"
 for template in pkce_login.conf pkce_register.conf; do
   cmp -s "config/$template" "$work/etc.defaults/varnholt-account/config/$template" || fail "$template is not installed"
 done
