@@ -44,6 +44,7 @@ ToolProcess::ToolProcess(const Call& call) {
   pid_ = fork();
   if (pid_ == 0) {
     setsid();
+    for (const int one : {SIGHUP, SIGINT}) signal(one, SIG_DFL);  // the tool respects what is ignored already
     if (call.terminal) ioctl(slave_, TIOCSCTTY, 0);
     dup2(call.terminal ? slave_ : in[0], 0);
     dup2(out[1], 1);
@@ -73,6 +74,7 @@ bool ToolProcess::ReadSome() {
   pollfd waiting[3] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}, {terminal_, POLLIN, 0}};
   if (poll(waiting, 3, kPatience) <= 0) {
     ADD_FAILURE() << "the tool hangs";
+    kill(pid_, SIGKILL);
     return false;
   }
   for (const pollfd& place : waiting) {
