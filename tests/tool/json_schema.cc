@@ -1,6 +1,5 @@
-// The checker. Strict where a schema leaves room for mistakes: an object's
-// schema must list its keys, and a document is read without the parser's
-// extensions.
+// The checker. Strict where a schema leaves room for mistakes: an object's schema must list its keys, and a document is
+// read without the parser's extensions.
 #include "tool_fixture.h"
 
 #include <fstream>
@@ -18,9 +17,8 @@ bool ParseStrictly(std::istream& stream, Json::Value& out) {
 }
 
 bool HasType(const Json::Value& value, const Json::Value& type) {
-  for (const Json::Value& one : type.isArray() ? type : Json::Value()) {
+  for (const Json::Value& one : type.isArray() ? type : Json::Value())
     if (HasType(value, one)) return true;
-  }
   if (type == "integer") return value.isIntegral() && !value.isBool();
   if (type == "number") return value.isNumeric() && !value.isBool();
   return (type == "null" && value.isNull()) || (type == "boolean" && value.isBool()) ||
@@ -32,9 +30,8 @@ std::string Check(const Json::Value& value, const Json::Value& schema, const std
   static const std::set<std::string> known = {
       "$schema", "title", "description", "type",    "properties", "required", "additionalProperties",
       "items",   "enum",  "const",       "pattern", "minLength"};
-  for (const std::string& keyword : schema.getMemberNames()) {
+  for (const std::string& keyword : schema.getMemberNames())
     if (known.count(keyword) == 0) return place + ": the checker does not know " + keyword;
-  }
   if (schema.isMember("const") && value != schema["const"]) return place + " is not the constant";
   if (schema.isMember("type") && !HasType(value, schema["type"])) return place + " has the wrong type";
   if (schema.isMember("enum") && std::find(schema["enum"].begin(), schema["enum"].end(), value) == schema["enum"].end())
@@ -45,13 +42,11 @@ std::string Check(const Json::Value& value, const Json::Value& schema, const std
     if (!testing::Matches(testing::ContainsRegex(pattern))(text)) return place + " does not match " + pattern;
   }
   std::string wrong;
-  if (value.isArray()) {
-    for (const Json::Value& item : value) wrong += Check(item, schema["items"], place + "[]");
-  }
+  for (const Json::Value& item : value.isArray() ? value : Json::Value())
+    wrong += Check(item, schema["items"], place + "[]");
   if (!value.isObject()) return wrong;
-  for (const Json::Value& key : schema["required"]) {
+  for (const Json::Value& key : schema["required"])
     if (!value.isMember(key.asString())) return place + " lacks " + key.asString();
-  }
   for (const std::string& key : value.getMemberNames()) {
     const Json::Value listed = schema["properties"][key], more = schema["additionalProperties"];
     if (listed.isNull() && !more.isObject()) return place + " has the unknown key " + key;

@@ -1,11 +1,11 @@
-// Pieces of the tool asked directly: texts on their way out, the address of a
-// sign-in by browser and what may come back from it, the next run of the job,
-// exit codes.
+// Pieces of the tool asked directly: texts on their way out, the next run of the job, exit codes, work with a limit.
 #include "text.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
 
-#include "authorization.h"
+#include "apart.h"
 #include "cron_schedule.h"
 #include "exit_codes.h"
 #include "failure.h"
@@ -14,68 +14,32 @@ namespace kivotool {
 namespace {
 
 TEST(Text, OnlyValidUtf8Remains) {
-  const std::string bad = "\xEF\xBF\xBD";
-  const struct {
-    std::string in, out;
-  } texts[] = {{"plain \xC3\xBC \xE2\x82\xAC \xF0\x9F\x98\x80", "plain \xC3\xBC \xE2\x82\xAC \xF0\x9F\x98\x80"},
-               {"\xFF"
-                "a",
-                bad + "a"},
-               {"\xC3", bad},  // cut short
-               {"\xE2\x82", bad + bad},
-               {"\xC0\xAF", bad + bad},                       // overlong
-               {"\xED\xA0\x80", bad + bad + bad},             // a surrogate
-               {"\xF4\x90\x80\x80", bad + bad + bad + bad}};  // past U+10FFFF
-  for (const auto& text : texts) EXPECT_EQ(text.out, Utf8(text.in));
-}
-
-TEST(Text, AWordForTheShellIsOneWord) {
-  EXPECT_EQ("ann+x@example.com", ShellWord("ann+x@example.com"));
+  const std::string bad = "\xEF\xBF\xBD", good = "plain \xC3\xBC \xE2\x82\xAC \xF0\x9F\x98\x80";
+  const std::pair<std::string, std::string> texts[] = {{good, good},
+                                                       {"\xE2\x82", bad + bad},            // cut short
+                                                       {"\xC0\xAF", bad + bad},            // overlong
+                                                       {"\xED\xA0\x80", bad + bad + bad},  // a surrogate
+                                                       {"\xF4\x90\x80\x80", bad + bad + bad + bad}};
+  for (const auto& [in, out] : texts) EXPECT_EQ(out, Utf8(in));
   EXPECT_EQ("'a;b $(c) '\\''d'\\'''", ShellWord("a;b $(c) 'd'"));
-  EXPECT_EQ("''", ShellWord(""));
 }
 
-TEST(Authorization, TheAddressHasEveryParameterEscaped) {
-  Json::Value config;
-  config["auth_endpoint"] = "https://i/a";
-  config["client_id"] = "dev ice";
-  config["login_redirect_uri"] = "https://a/b?c";
-  config["scope"] = "x:$ y";
-  config["audience"] = "https://a";
-  EXPECT_EQ(
-      "https://i/"
-      "a?response_type=code&client_id=dev%20ice&redirect_uri=https%3A%2F%"
-      "2Fa%2Fb%3Fc&scope=x%3A%24%20y&"
-      "audience=https%3A%2F%2Fa&state=st&code_challenge=c-_&code_"
-      "challenge_method=S256",
-      AuthorizationUrl(config, {"st", "v", "c-_"}));
-}
-
-TEST(Authorization, OnlyOurOwnAnswerOrABareCodeIsTaken) {
-  const struct {
-    const char *pasted, *code;
-    Exit exit;
-  } rows[] = {{"https://a/cb?code=c%20d&state=st", "c d", kDone},
-              {"  https://a/cb?state=st&code=c#x \r", "c", kDone},
-              {"abc-DEF_1.2~3", "abc-DEF_1.2~3", kDone},
-              {"", nullptr, kUsage},
-              {"https://a/cb", nullptr, kUsage},
-              {"two words", nullptr, kUsage},
-              {"https://a/cb?code=c", nullptr, kUsage},
-              {"https://a/cb?code=c&state=other", nullptr, kUsage},
-              {"https://a/cb?state=st", nullptr, kUsage},
-              {"https://a/cb?error=access_denied&state=other", nullptr, kUsage},
-              {"https://a/cb?error=access_denied&state=st", nullptr, kRefused}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.pasted);
-    try {
-      const std::string code = CodeFromPasted(row.pasted, "st", "again");
-      EXPECT_EQ(kDone, row.exit);
-      EXPECT_STREQ(row.code, code.c_str());
-    } catch (const Failure& failure) {
-      EXPECT_EQ(row.exit, failure.exit);
-    }
-  }
+TEST(Apart, WorkThatTakesTooLongIsEndedWithAllThatItHasStarted) {
+  EXPECT_EQ(std::string(100000, 'x'), RunApart([] { return std::string(100000, 'x'); }, [] {}, 30));
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  const auto hang = [&] {
+    if (fork() == 0) pause();  // keeps its end of the pipe until it is ended
+    pause();
+    return std::string();
+  };
+  EXPECT_THROW(RunApart(
+                   hang, [] { FAIL(); }, 1),
+               TakesTooLong);
+  close(ends[1]);
+  pollfd ended = {ends[0], POLLIN, 0};
+  EXPECT_EQ(1, poll(&ended, 1, 10000));
+  close(ends[0]);
 }
 
 TEST(NextRun, FollowsTheRulesOfCron) {
@@ -87,15 +51,10 @@ TEST(NextRun, FollowsTheRulesOfCron) {
     std::int64_t next;
   } lines[] = {{"0 15 * * * root x", now + 86400},    // not the minute that has begun
                {"17 11 * * 1-5 root x", 1795429020},  // Monday
-               {"*/20 * * * * root x", now + 1200},
-               {"5,50 14,16 * * * root x", now + 3900},
-               {"0 0 1 * 0 root x", 1795302000},  // the 1st or any Sunday
-               {"0 0 1 * 7 root x", 1795302000},
-               {"0 0 31 12 * root x", 1798671600},
-               {"0 0 30 2 * root x", 0},  // never
-               {"~ 9~16 * * 1~5 root x", 0},
-               {"@daily root x", 0},
-               {"", 0}};
+               {"*/20 * * * * root x", now + 1200},  {"5,50 14,16 * * * root x", now + 3900},
+               {"0 0 1 * 0 root x", 1795302000},                                // the 1st or any Sunday
+               {"0 0 31 12 * root x", 1798671600},   {"0 0 30 2 * root x", 0},  // never
+               {"~ 9~16 * * 1~5 root x", 0},         {"", 0}};
   for (const auto& line : lines) EXPECT_EQ(line.next, NextRun(line.line, now)) << line.line;
   unsetenv("TZ");
   tzset();

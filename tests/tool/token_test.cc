@@ -1,136 +1,139 @@
-// `token` and `logout`: what they print, how they end, and what they leave.
+// `token`, `exec` and `logout`: what they print and hand on, whose rights a program has, how they end, and what they
+// leave.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "tool_fixture.h"
 
 namespace tooltest {
 namespace {
 
+using std::chrono::hours;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::Not;
 
-constexpr char kTokenFile[] = "/usr/varn/etc/varnholt-account/private/lum_token.json";
 constexpr char kLogoutPath[] = "device/api/logout";
 
-/// Signed in, with a token that is `age` old.
-kivosim::TokenSet SignInWithToken(kivosim::Simulator& cloud, std::chrono::seconds age) {
-  const kivosim::TokenSet set = cloud.IssueTokens(kEmail, "kivo-device", kSerial, age);
-  std::ofstream(kTokenFile) << set.fileText;
-  EXPECT_TRUE(chmod(kTokenFile, 0600) == 0 && chown(kTokenFile, 934, 934) == 0);
-  return set;
-}
-
-TEST_F(ToolTest, ATokenIsPrintedInTheFormAskedFor) {
+TEST_F(ToolTest, ATokenIsPrintedInTheFormAskedForAndNotByStatus) {
   ASSERT_EQ(0, LogIn().exit);
-  const kivosim::TokenSet set = SignInWithToken(Cloud(), std::chrono::seconds(60));
+  const kivosim::TokenSet old = StoreToken(hours(2));
+  const Result status = Tool({"status", "--json"});
+  EXPECT_EQ(Json::Int64{old.createdAt + old.expiresIn}, Parse(status.out)["token"]["expires_epoch"].asInt64());
+  EXPECT_THAT(status.out + Tool({"status"}).out, Not(HasSubstr(old.accessToken.substr(0, 12))));
+  const kivosim::TokenSet set = StoreToken();
   EXPECT_EQ(set.accessToken + "\n", Tool({"token"}).out);
   EXPECT_EQ(set.idToken + "\n", Tool({"token", "--id"}).out);
   EXPECT_EQ("Authorization: Bearer " + set.accessToken + "\n", Tool({"token", "--format", "header"}).out);
   EXPECT_EQ("VARNKIVO_ACCESS_TOKEN=" + set.accessToken + "\n", Tool({"token", "--format", "env"}).out);
-  for (const std::vector<std::string>& call :
-       {std::vector<std::string>{"token", "--json"}, {"token", "--format", "json"}}) {
-    const Result result = Tool(call);
-    EXPECT_EQ("", CheckDocument("token", result.out));
-    EXPECT_EQ(set.accessToken, Parse(result.out)["token"].asString());
+  for (const Words& call : {Words{"token", "--json"}, {"token", "--format", "json"}}) {
+    EXPECT_EQ("", CheckDocument("token", Tool(call).out));
+    EXPECT_EQ(set.accessToken, Parse(Tool(call).out)["token"].asString());
   }
-  EXPECT_EQ(2, Tool({"token", "--format", "xml"}).exit);
-}
-
-TEST_F(ToolTest, AProgramGetsATokenInItsEnvironmentAndNowhereElse) {
-  ASSERT_EQ(0, LogIn().exit);
-  const kivosim::TokenSet set = SignInWithToken(Cloud(), std::chrono::seconds(60));
-  const Result ran = Tool(
-      {"exec", "--", "/bin/sh", "-c", "echo $VARNKIVO_ACCESS_TOKEN $1; cat /proc/$$/cmdline; exit 7", "-", "--json"});
-  EXPECT_EQ(7, ran.exit);
-  EXPECT_EQ(set.accessToken + " --json\n", ran.out.substr(0, ran.out.find('\n') + 1));
-  EXPECT_THAT(ran.out.substr(ran.out.find('\n')), Not(HasSubstr(set.accessToken)));
-}
-
-TEST_F(ToolTest, StatusShowsTheTokensAgeAndNeverTheToken) {
-  EXPECT_EQ("none", Parse(Tool({"status", "--json"}).out)["token"]["state"].asString());
-  const kivosim::TokenSet set = SignInWithToken(Cloud(), std::chrono::hours(2));
-  const Result result = Tool({"status", "--json"});
-  EXPECT_EQ("", CheckDocument("status", result.out));
-  EXPECT_EQ("expired", Parse(result.out)["token"]["state"].asString());
-  EXPECT_EQ(Json::Int64{set.createdAt + set.expiresIn}, Parse(result.out)["token"]["expires_epoch"].asInt64());
-  EXPECT_THAT(result.out + Tool({"status"}).out, Not(HasSubstr(set.accessToken.substr(0, 12))));
-  EXPECT_THAT(Tool({"status"}).out, HasSubstr("expired, renewed when next asked for"));
-  Write(kTokenFile, "[]", 0600);
-  EXPECT_EQ("unknown", Parse(Tool({"status", "--json"}).out)["token"]["state"].asString());
 }
 
 TEST_F(ToolTest, ATokenThatCannotBeHadEndsWithWhy) {
+  for (const Words& more : {Words{"--format=json"}, {"--format", "json"}, {"--format", "json", "--nonesuch"}})
+    EXPECT_NE("", ErrorOf(Tool(With({"token"}, more)))["cause"].asString());
+  EXPECT_EQ('v', Tool({"token", "--format", "header", "--package", "json"}).err[0]) << "no JSON mode";
   EXPECT_EQ(3, Tool({"token"}).exit) << "nobody is signed in";
   ASSERT_EQ(0, LogIn().exit);
-  SignInWithToken(Cloud(), std::chrono::hours(2));
+  StoreToken(hours(2));
   Cloud().TakeDown("identity", kivosim::Fault::ResetAfterRequest());
-  Result result = Tool({"token", "--json"});
-  EXPECT_EQ(5, result.exit);
-  EXPECT_EQ("yes", ErrorOf(result)["retry_helps"].asString());
-  EXPECT_EQ("", result.out);
+  EXPECT_EQ("unreachable", ErrorOf(Tool({"token", "--json"}))["kind"].asString());
   Cloud().BringBack();
   EXPECT_EQ(0, Tool({"token"}).exit);
-  result = Tool({"token", "--min-valid", "4000", "--json"});
-  EXPECT_EQ(5, result.exit);
-  EXPECT_THAT(ErrorOf(result)["cause"].asString(), MatchesRegex("The token is valid for 3[56][0-9][0-9] s only\\."));
-
-  SignInWithToken(Cloud(), std::chrono::hours(2));
-  Cloud().Revoke(kEmail);
-  Cloud().RevokeTokens(kEmail);
-  Cloud().QueueFault(kLogoutPath, kivosim::Fault::Answer(200, "{}"));
-  result = Tool({"token", "--json"});
-  EXPECT_EQ(3, result.exit);
-  EXPECT_THAT(ErrorOf(result)["cause"].asString(), HasSubstr("it has been signed out"));
-  EXPECT_EQ("", Read(kRecord));
+  const Json::Value brief = ErrorOf(Tool({"token", "--min-valid", "4000", "--json"}));
+  EXPECT_EQ(5, brief["exit_code"].asInt());
+  EXPECT_THAT(brief["cause"].asString(), testing::MatchesRegex("The token is valid for 3[56][0-9][0-9] s only\\."));
 
   const std::string valid = R"({"created_at":)" + std::to_string(time(nullptr)) + R"(,"expires_in":60,"access_token":)";
   for (const std::string& content : {std::string(R"({"created_at":1800000000,"expires_in":1.5,"access_token":"a"})"),
                                      valid + "\"\"}", valid + R"("a\nX-Evil: 1"})"}) {
     Write(kTokenFile, content, 0600);
-    result = Tool({"token", "--format", "header"});
-    EXPECT_EQ(1, result.exit) << content;
-    EXPECT_EQ("", result.out);
+    for (const Words& call : {Words{"token", "--format", "header"}, {"exec", "--", "/bin/echo", "ran"}})
+      EXPECT_EQ("1", Tool(call).out + std::to_string(Tool(call).exit)) << content;
   }
+  StoreToken(hours(2));
+  Cloud().Revoke(kEmail);
+  Cloud().RevokeTokens(kEmail);
+  Cloud().QueueFault(kLogoutPath, kivosim::Fault::Answer(200, "{}"));
+  const Json::Value revoked = ErrorOf(Tool({"token", "--json"}));
+  EXPECT_EQ("not_signed_in", revoked["kind"].asString());
+  EXPECT_THAT(revoked["cause"].asString(), HasSubstr("it has been signed out"));
+  EXPECT_EQ("", Read(kRecord));
 }
 
-TEST_F(ToolTest, ASignOutAsksTellsTheAccountCentreAndLeavesNothing) {
+TEST_F(ToolTest, AProgramGetsItsWordsAsTheyStandAndTheTokenInItsEnvironmentAlone) {
+  EXPECT_EQ(3, Tool({"exec", "--", "curl", "--json"}).exit);
   ASSERT_EQ(0, LogIn().exit);
-  SignInWithToken(Cloud(), std::chrono::seconds(0));
-  Result result = Tool({"logout"});
-  EXPECT_EQ(2, result.exit);
-  EXPECT_THAT(result.err, HasSubstr("Run:         varnkivo logout --yes"));
-  EXPECT_NE("", Read(kRecord));
-
-  result = Tool({"logout", "--yes", "--json"});
-  EXPECT_EQ(0, result.exit) << result.err;
-  EXPECT_EQ("", CheckDocument("logout", result.out));
-  EXPECT_EQ(1u, Cloud().Requests(kLogoutPath).size());
-  for (const char* path : {kRecord, kJob, kTokenFile}) EXPECT_FALSE(std::filesystem::exists(path)) << path;
-
-  result = Tool({"logout"});
-  EXPECT_EQ(0, result.exit);
-  EXPECT_EQ("varnkivo: Nobody was signed in.\n", result.err);
-  EXPECT_EQ(9, Tool({"logout", "--strict"}).exit);
+  const std::string token = StoreToken().accessToken, name = "VARNKIVO_ACCESS_TOKEN=";
+  for (const char* word : {"[1,2]", "[]", "{}", "", "--", "-h", "--json", "++", "a,b", "\"q\"", "%%"})
+    EXPECT_EQ("<" + std::string(word) + "><x>", Tool({"exec", "--", "/usr/bin/printf", "<%s>", word, "x"}).out);
+  const std::string seen = RunTool({{"exec", "--", "/bin/cat", "/proc/self/environ", "/proc/self/cmdline"},
+                                    "",
+                                    {name + "first", name + "second"}})
+                               .out;
+  EXPECT_THAT(seen, HasSubstr(name + token));
+  EXPECT_EQ(seen.find(token), seen.rfind(token));
+  EXPECT_EQ(seen.find(name), seen.rfind(name));
+  const std::string all = "Uid:\t1000\t1000\t1000\t1000\nGid:\t1000\t1000\t1000\t1000\n";
+  EXPECT_EQ(all, RunTool({{"exec", "--", "/bin/grep", "-E", "^[UG]id:", "/proc/self/status"}, "", {}, false, 1000}).out)
+      << "raised ids are not handed on";
+  const struct {
+    Words arguments;
+    int exit;
+    const char* words;
+  } rows[] = {{{"exec"}, 2, "No program was given"},
+              {{"exec", "/bin/true"}, 2, "/bin/true"},
+              {{"status", "--", "/bin/true"}, 2, "runs no program"},
+              {{"exec", "--", "/bin/sh", "-c", "echo inside >&2; exit 7"}, 7, "inside"},
+              {{"exec", "--", "/no/such/program"}, 127, "could not be run: No such file"},
+              {{"exec", "--", ""}, 127, "could not be run"},
+              {{"exec", "--", "/etc/passwd"}, 126, "could not be run: Permission denied"}};
+  for (const auto& row : rows) {
+    const Result result = Tool(row.arguments);
+    EXPECT_EQ(row.exit, result.exit) << row.words;
+    EXPECT_THAT(result.err, HasSubstr(row.words));
+  }
+  EXPECT_EQ("no_program", ErrorOf(Tool({"exec", "--json", "--", "/no/such/program"}))["kind"].asString());
 }
 
-TEST_F(ToolTest, ASignOutThatIsRefusedKeepsEverythingAndALocalOneAsksNobody) {
+TEST_F(ToolTest, TheBrowserIsOpenedWithTheUsersRights) {
+  const std::string folder = "/tmp/tool_test_stub", seen = folder + "/seen";
+  std::filesystem::create_directory(folder);
+  EXPECT_EQ(0, chown(folder.c_str(), 1000, 1000));
+  Write(folder + "/xdg-open",
+        "#!/bin/sh\ngrep -E '^[UG]id:' /proc/self/status >" + folder + "/new\nmv " + folder + "/new " + seen, 0755);
+  ToolProcess tool({{"login"}, "", {"PATH=" + folder + ":/usr/bin:/bin", "DISPLAY=:9", "TERM=dumb"}, true, 1000});
+  ASSERT_TRUE(tool.WaitFor("You have 10 minutes"));
+  for (int i = 0; i < 500 && !std::filesystem::exists(seen); ++i) usleep(10000);
+  EXPECT_EQ("Uid:\t1000\t1000\t1000\t1000\nGid:\t1000\t1000\t1000\t1000\n", Read(seen));
+  std::filesystem::remove_all(folder);
+}
+
+TEST_F(ToolTest, ASignOutAsksTellsTheAccountCentreAndLeavesNothingUnlessItIsRefused) {
   ASSERT_EQ(0, LogIn().exit);
-  SignInWithToken(Cloud(), std::chrono::seconds(0));
+  StoreToken();
   Cloud().TakeDown(kLogoutPath);
-  const Result refused = Tool({"logout", "--yes", "--json"});
-  EXPECT_EQ(5, refused.exit);
-  EXPECT_THAT(ErrorOf(refused)["run"].asString(), HasSubstr("--local"));
+  EXPECT_THAT(Tool({"logout"}).err, HasSubstr("Run:         varnkivo logout --yes"));
+  const Json::Value refused = ErrorOf(Tool({"logout", "--yes", "--json"}));
+  EXPECT_EQ("unreachable", refused["kind"].asString());
+  EXPECT_THAT(refused["run"].asString(), HasSubstr("--local"));
   EXPECT_TRUE(std::filesystem::exists(kRecord) && std::filesystem::exists(kTokenFile));
-  Cloud().ClearJournal();
-  const Result local = Tool({"logout", "--local", "--yes"});
-  EXPECT_EQ("Signed out ann@example.com\n", local.out);
-  EXPECT_EQ(0u, Cloud().Connections());
-  EXPECT_FALSE(std::filesystem::exists(kRecord) || std::filesystem::exists(kTokenFile));
+  Cloud().BringBack();
+  for (const bool local : {false, true}) {
+    ASSERT_EQ(0, LogIn().exit);
+    StoreToken();
+    Cloud().ClearJournal();
+    const Result result = Tool({"logout", "--yes", "--json", local ? "--local" : "--strict"});
+    EXPECT_EQ("", CheckDocument("logout", result.out)) << result.err;
+    EXPECT_EQ(local ? 0u : 1u, Cloud().Requests(kLogoutPath).size());
+    for (const char* path : {kRecord, kJob, kTokenFile}) EXPECT_FALSE(std::filesystem::exists(path)) << path;
+  }
+  EXPECT_EQ("varnkivo: Nobody was signed in.\n", Tool({"logout"}).err);
+  EXPECT_EQ(9, Tool({"logout", "--strict"}).exit);
 }
 
 }  // namespace

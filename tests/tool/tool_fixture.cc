@@ -17,12 +17,10 @@ ToolTest::ToolTest() {
   Cloud().Reset();
   Cloud().AddAccount({kEmail, kPassword, kUserId});
   std::error_code ignored;
-  const fs::path privateFolder = fs::path(kRecord).parent_path();
   for (const char* path :
-       {kJob, "/tmp/account_query_info.lock", "/usr/varn/var/log/events.jsonl", "/usr/varn/lib/plugins/kivo"}) {
+       {kJob, "/tmp/account_query_info.lock", "/usr/varn/var/log/events.jsonl", "/usr/varn/lib/plugins/kivo"})
     fs::remove_all(path, ignored);
-  }
-  for (const auto& entry : fs::directory_iterator(privateFolder)) fs::remove_all(entry.path(), ignored);
+  for (const auto& entry : fs::directory_iterator(fs::path(kRecord).parent_path())) fs::remove_all(entry, ignored);
 }
 
 kivosim::Simulator& ToolTest::Cloud() {
@@ -34,10 +32,13 @@ kivosim::Simulator& ToolTest::Cloud() {
   return *cloud;
 }
 
-Result ToolTest::LogIn(const std::vector<std::string>& more, const std::string& password) {
-  std::vector<std::string> arguments = {"login", "--email", kEmail, "--password-stdin"};
-  arguments.insert(arguments.end(), more.begin(), more.end());
-  return RunTool({arguments, password + "\n"});
+Words With(Words words, const Words& more) {
+  words.insert(words.end(), more.begin(), more.end());
+  return words;
+}
+
+Result ToolTest::LogIn(const Words& more, const std::string& password) {
+  return RunTool({With({"login", "--email", kEmail, "--password-stdin"}, more), password + "\n"});
 }
 
 void ToolTest::SignInLongAgo() {
@@ -46,13 +47,18 @@ void ToolTest::SignInLongAgo() {
   Cloud().ClearJournal();
 }
 
+kivosim::TokenSet ToolTest::StoreToken(std::chrono::seconds age) {
+  const kivosim::TokenSet set = Cloud().IssueTokens(kEmail, "kivo-device", kSerial, age);
+  Write(kTokenFile, set.fileText, 0600);
+  EXPECT_EQ(0, chown(kTokenFile, 934, 934));
+  return set;
+}
+
 std::string ToolTest::AuthKey() { return varnkivo::User().GetAuthKey(); }
 
 std::string ToolTest::Read(const std::string& path) {
   std::ifstream file(path);
-  std::stringstream content;
-  content << file.rdbuf();
-  return content.str();
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void ToolTest::Write(const std::string& path, const std::string& content, mode_t mode) {

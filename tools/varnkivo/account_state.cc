@@ -12,20 +12,21 @@ namespace kivotool {
 namespace {
 
 /// VARNKIVOAccountGet without keeping its auth key: true when there is a complete sign-in.
-bool HasSignIn() {
+bool HasSignIn(const std::string& again) {
   const auto info = std::make_unique<_tag_kivo_INFO_>();
   const int result = VARNKIVOAccountGet(info.get());
   const int code = VARNKIVOErrGet();
   explicit_bzero(info->authKey, sizeof info->authKey);
-  if (result != 0 && code != KIVO_ERR_NO_ACCOUNT) throw Explain(code, {});
+  if (result != 0 && code != KIVO_ERR_NO_ACCOUNT)
+    throw Explain(code, {Situation::Doing::kReadingRecord, again, "", ""});
   return result == 0;
 }
 
 }  // namespace
 
-AccountState ReadAccountState() {
+AccountState ReadAccountState(const std::string& again) {
   AccountState state;
-  const bool complete = HasSignIn();
+  const bool complete = HasSignIn(again);
   WithRecord([&] {
     const varnkivo::User user;
     state.email = user.GetEmail();

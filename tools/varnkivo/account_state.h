@@ -24,8 +24,9 @@ struct AccountState {
   std::int64_t lastQuery = 0;  ///< seconds since the epoch; 0: never
 };
 
-/// Throws a permission Failure where the record is out of reach.
-AccountState ReadAccountState();
+/// Throws a permission Failure where the record is out of reach; `again` is the command line to be run with more
+/// rights.
+AccountState ReadAccountState(const std::string& again = "");
 /// "signed_in", "incomplete" or "signed_out".
 const char* SignInName(SignIn signIn);
 /// Runs `read`, which uses the record, and turns the library's exception into a Failure.

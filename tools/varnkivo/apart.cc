@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
@@ -21,38 +23,58 @@
 namespace kivotool {
 namespace {
 
-constexpr char kDone[] = "done";
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kNever = Clock::time_point::max();
+constexpr char kDone[] = "done ";    // the text follows
 constexpr char kOther[] = "other ";  // an exception without a code; a code stands there else
 
-[[noreturn]] void Work(const std::function<void()>& work, int out) {
-  std::string outcome = kDone;
+void WriteAll(int out, const std::string& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t more = write(out, text.data() + done, text.size() - done);
+    if (more < 0) _exit(1);
+    done += static_cast<std::size_t>(more);
+  }
+}
+
+[[noreturn]] void Work(const std::function<std::string()>& work, int out) {
+  std::string outcome;
   try {
-    work();
+    outcome = kDone + work();
   } catch (const varnkivo::KivoException& error) {
     outcome = std::to_string(static_cast<int>(error.GetCode())) + " " + error.what();
   } catch (const std::exception& error) {
     outcome = std::string(kOther) + error.what();
   }
-  outcome.resize(std::min<std::size_t>(outcome.size(), 4096));  // written at once, whatever the pipe holds
-  _exit(write(out, outcome.data(), outcome.size()) < 0 ? 1 : 0);
+  WriteAll(out, outcome);
+  _exit(0);
 }
 
-/// What the child wrote until it ended; false where a signal came first.
-bool Await(int in, int signals, std::string& outcome) {
+enum class End { kByItself, kSignal, kLimit };
+
+int MillisecondsUntil(Clock::time_point limit) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit - Clock::now()).count();
+  return static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX));
+}
+
+/// Collects what the child writes until it ends, or something else comes first.
+End Await(int in, int signals, Clock::time_point limit, std::string& outcome) {
   pollfd waiting[2] = {{in, POLLIN, 0}, {signals, POLLIN, 0}};
   char block[4096];
   for (ssize_t got = 1; got > 0;) {
-    if (poll(waiting, 2, -1) < 0 && errno != EINTR) throw std::runtime_error(std::strerror(errno));
-    if (waiting[1].revents != 0) return false;
+    const int ready = poll(waiting, 2, limit == kNever ? -1 : MillisecondsUntil(limit));
+    if (ready < 0 && errno != EINTR) throw std::runtime_error(std::strerror(errno));
+    if (ready == 0) return End::kLimit;
+    if (waiting[1].revents != 0) return End::kSignal;
     if (waiting[0].revents == 0) continue;
     got = read(in, block, sizeof block);
     if (got > 0) outcome.append(block, static_cast<std::size_t>(got));
   }
-  return true;
+  return End::kByItself;
 }
 
-void Throw(const std::string& outcome) {
-  if (outcome == kDone) return;
+std::string TextOf(const std::string& outcome) {
+  if (outcome.rfind(kDone, 0) == 0) return outcome.substr(std::strlen(kDone));
   if (outcome.empty()) throw std::runtime_error("the work's process ended without a word");
   const std::string text = outcome.substr(outcome.find(' ') + 1);
   if (outcome.rfind(kOther, 0) == 0) throw std::runtime_error(text);
@@ -61,7 +83,7 @@ void Throw(const std::string& outcome) {
 
 }  // namespace
 
-void RunApart(const std::function<void()>& work, const std::function<void()>& undo) {
+std::string RunApart(const std::function<std::string()>& work, const std::function<void()>& undo, int limitSeconds) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error(std::strerror(errno));
   const InterruptsHeld held;
@@ -76,14 +98,17 @@ void RunApart(const std::function<void()>& work, const std::function<void()>& un
   const int error = errno;
   close(ends[1]);
   std::string outcome;
+  End end = End::kByItself;
   if (child > 0) setpgid(child, child);  // whoever comes first
-  const bool undisturbed = child > 0 && Await(ends[0], held.Descriptor(), outcome);
+  const auto limit = limitSeconds > 0 ? Clock::now() + std::chrono::seconds(limitSeconds) : kNever;
+  if (child > 0) end = Await(ends[0], held.Descriptor(), limit, outcome);
   close(ends[0]);
   if (child < 0) throw std::runtime_error(std::strerror(error));
-  if (!undisturbed) kill(-child, SIGKILL);
+  if (end != End::kByItself) kill(-child, SIGKILL);
   waitpid(child, nullptr, 0);
-  if (!undisturbed) return undo();  // the tool ends with `held`
-  Throw(outcome);
+  if (end == End::kLimit) throw TakesTooLong();
+  if (end == End::kSignal) undo();  // the tool ends with `held`
+  return end == End::kByItself ? TextOf(outcome) : "";
 }
 
 }  // namespace kivotool

@@ -107,7 +107,8 @@ void LogIn(const varnkivo::ParamPkceLogin& param, bool quiet) {
     const auto takeBack = [&] {
       if (nobody) varnkivo::AccountPkceService().LogoutLocal();
     };
-    return RunApart([&] { varnkivo::AccountPkceService().Login(param); }, takeBack);
+    RunApart([&] { return varnkivo::AccountPkceService().Login(param), std::string(); }, takeBack);
+    return;
   } catch (const varnkivo::KivoException& error) {
     failure = LoginFailure(error);
   } catch (const std::exception& error) {

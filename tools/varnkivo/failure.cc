@@ -36,7 +36,7 @@ constexpr Words kWords[] = {
      nullptr},
     {KIVO_ERR_RESPONSE, Retry::kYes, "The account centre's answer was incomplete.", nullptr, nullptr},
     {KIVO_ERR_SYSTEM, Retry::kNo, "The account record is out of reach for this user, or the system ran out of memory.",
-     nullptr, "sudo varnkivo status"},
+     nullptr, nullptr},
     {KIVO_ERR_SERIAL, Retry::kNo, "The device's serial number could not be read.", nullptr, "varnkivo paths"},
     {KIVO_ERR_AUTH, Retry::kNo, "The account centre refused this e-mail and password.", nullptr, nullptr},
     {KIVO_ERR_NETWORK, Retry::kYes, "The network failed between the device and the account centre.", nullptr, nullptr},
@@ -95,13 +95,19 @@ const char* NextByDefault(Doing doing) {
   return kNothingChanged;
 }
 
+/// Whom the record is out of reach for needs other rights for the same command.
+std::string RunOf(const Words& words, const Situation& situation) {
+  if (words.code == KIVO_ERR_SYSTEM) return "sudo " + (situation.again.empty() ? "varnkivo status" : situation.again);
+  return words.run ? words.run : situation.again;
+}
+
 Failure FromWords(const Words& words, const Situation& situation) {
   return {ExitFromLibrary(words.code, situation.text, Caller::kOther),
           words.code,
           words.cause,
           words.retry,
           words.deviceNext ? words.deviceNext : NextByDefault(situation.doing),
-          words.run ? words.run : situation.again};
+          RunOf(words, situation)};
 }
 
 Failure Busy(int code, const Situation& situation) {
@@ -160,10 +166,25 @@ void SharpenReportOrChange(Failure& failure, int code, const Situation& situatio
   if (code == KIVO_ERR_ACCOUNT_IN_USE && situation.doing == Doing::kChangeWithPassword) failure.run = situation.again;
 }
 
-/// The account centre answers 404 for a package that it does not know; other words say nothing of the name.
+/// Whether the account centre itself answered 404, which says that it does not know the package. Only the beginning of
+/// the text is the library's own: an answer is quoted behind it, and another host's 404 says nothing of the name.
+bool IsUnknownPackage(const std::string& text) {
+  const std::pair<std::string, std::string> beginnings[] = {{"Failed to retrieve pacakge[", "] pkce config, code=404,"},
+                                                            {"Failed to grant pacakge[", "], code=404,"}};
+  const std::size_t close = text.find(']');
+  for (const auto& [before, behind] : beginnings)
+    if (close != std::string::npos && text.rfind(before, 0) == 0 && text.compare(close, behind.size(), behind) == 0)
+      return true;
+  return false;
+}
+
 void SharpenPackage(Failure& failure, int code, const Situation& situation) {
   if (code == KIVO_ERR_AUTH) failure.cause = "The account centre refuses to renew the package's token.";
-  if (code != KIVO_ERR_RESPONSE || situation.text.find("code=404,") == std::string::npos) return;
+  if (code == KIVO_ERR_BAD_JSON) {
+    failure.cause = "The account centre's answer was not JSON, or what it brought could not be stored (full disk?).";
+    failure.run = "df -h /usr/varn/etc /tmp";
+  }
+  if (code != KIVO_ERR_RESPONSE || !IsUnknownPackage(situation.text)) return;
   failure.cause = "The account centre knows no package of this name.";
   failure.retry = Retry::kNo;
   failure.run = "varnkivo packages";
@@ -172,7 +193,7 @@ void SharpenPackage(Failure& failure, int code, const Situation& situation) {
 /// The shop is another host than the account centre, and knows other things.
 void SharpenShop(Failure& failure, int code, const Situation& situation) {
   const bool login = situation.doing == Doing::kShopLogin, answered = !situation.serverAnswer.empty();
-  if (code == KIVO_ERR_AUTH && !login) failure.run = "varnkivo account show --refresh";
+  if ((code == KIVO_ERR_AUTH || code == KIVO_ERR_ACCOUNT_NOT_FOUND) && !login) failure.run = kAnyLogin;
   if (code == KIVO_ERR_UNKNOWN && answered)
     failure.cause =
         "The shop gave an answer without a known meaning: \"" + situation.serverAnswer.substr(0, 64) + "\".";

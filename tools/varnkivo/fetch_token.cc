@@ -19,11 +19,15 @@
 namespace kivotool {
 namespace {
 
-constexpr int kSeconds = 30 + 4 * 30;          // the lock, then a renewal, a grant, its exchange and a sign-out
-constexpr int kPackageSeconds = 2 * kSeconds;  // the same once more for the package, on the strength of the device's
+// A lock is waited for, and an answer, up to 30 seconds each. The device's own token takes at worst 5 locks and 3
+// requests: a refused renewal, a grant and its exchange. A package's takes 9 locks and 4 requests beside those:
+// configuration, a refused renewal, a grant and its exchange.
+constexpr int kStep = 30, kDeviceSteps = 5 + 3, kPackageSteps = kDeviceSteps + 9 + 4;
+
+std::string Again(const TokenWish& wish) { return wish.again + (wish.grantAnew ? " --force" : ""); }
 
 Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error) {
-  if (!wish.ofPackage) return Explain(error.GetCode(), {Situation::Doing::kToken, wish.again, error.what(), ""});
+  if (!wish.ofPackage) return Explain(error.GetCode(), {Situation::Doing::kToken, Again(wish), error.what(), ""});
   if (error.GetCode() == KIVO_ERR_BAD_PARAM) {
     Failure failure = UsageFailure(
         "A package's name is 1 to 128 of A-Z a-z 0-9 . _ -, does not begin with a dot, and is not \"lum\".",
@@ -31,7 +35,7 @@ Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error
     failure.libraryCode = error.GetCode();
     return failure;
   }
-  return Explain(error.GetCode(), {Situation::Doing::kPackageToken, wish.again, error.what(), ""});
+  return Explain(error.GetCode(), {Situation::Doing::kPackageToken, Again(wish), error.what(), ""});
 }
 
 /// Whether the library fails so when the account centre has ended the sign-in; a lock that is held is no answer of it.
@@ -120,9 +124,9 @@ FetchedToken AskForPackage(const TokenWish& wish) {
 }  // namespace
 
 FetchedToken FetchToken(const TokenWish& wish, bool quiet) {
-  const Beginning before = Begin();
+  const Beginning before = Begin(Again(wish));
   try {
-    const Spinner spinner("Asking for a token", wish.ofPackage ? kPackageSeconds : kSeconds, !quiet);
+    const Spinner spinner("Asking for a token", kStep * (wish.ofPackage ? kPackageSteps : kDeviceSteps), !quiet);
     FetchedToken token =
         wish.ofPackage ? AskForPackage(wish) : Ask(varnkivo::AccountPkceService(), wish, kDeviceClient);
     RequirePrintable(wish, token.text);

@@ -16,7 +16,7 @@ struct TokenWish {
   bool id = false;            ///< the id token instead of the access token
   bool grantAnew = false;     ///< packages: whatever the age of the stored one
   std::int64_t minValid = 0;  ///< seconds that have to be left; packages: by a new grant where it must be
-  std::string again;          ///< the command line that asks once more
+  std::string again;          ///< the command line that asks once more, without "--force"
 };
 
 struct FetchedToken {

@@ -162,10 +162,10 @@ void ChangeHistory(const std::function<void(History&)>& change, Voice voice) noe
   }
 }
 
-Beginning Begin() {
+Beginning Begin(const std::string& again) {
   const OwnSignOut ownSignOut =
       ReadHistory().ownSignOut;  // first: one that comes between the two has emptied the record
-  return {ReadAccountState(), ownSignOut};
+  return {ReadAccountState(again), ownSignOut};
 }
 
 SignOut NoticeSignOut(const Beginning& before, int code, bool forcing, Voice voice) {

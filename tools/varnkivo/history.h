@@ -45,7 +45,7 @@ struct Beginning {
   AccountState account;
   OwnSignOut ownSignOut;  ///< the last one by then
 };
-Beginning Begin();
+Beginning Begin(const std::string& again = "");
 
 /// Whether who was signed in still is.
 enum class SignOut {

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <string>
 
 #include "command_line.h"
 #include "environment.h"
@@ -37,10 +38,11 @@ int OwnWords(int argc, char** argv) {
   return std::min(count, argc);
 }
 
-/// Before parsing, because a command line that does not parse is an error of JSON mode too.
-bool WantsJson(int argc, char** argv) {
+/// A guess by the words alone, for a command line that does not parse; one that does says it for sure.
+bool SeemsToWantJson(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--json") == 0) return true;
+    const std::string word = argv[i], next = i + 1 < argc ? argv[i + 1] : "";
+    if (word == "--json" || word == "--format=json" || (word == "--format" && next == "json")) return true;
   }
   return false;
 }
@@ -54,7 +56,8 @@ Failure InterruptedFailure() {
           "varnkivo status"};
 }
 
-Exit Run(int own, int argc, char** argv, bool json) {
+/// `json`: a guess on the way in, how errors are to be told from then on.
+Exit Run(int own, int argc, char** argv, bool& json) {
   CLI::App app;
   kivotool::Invocation call;
   if (own < argc) call.program.assign(argv + own + 1, argv + argc);
@@ -67,6 +70,7 @@ Exit Run(int own, int argc, char** argv, bool json) {
   } catch (const CLI::ParseError& error) {
     throw kivotool::ExplainMistake(app, error, own, argv);
   }
+  json = call.json;
   if (!call.run) throw kivotool::UsageFailure("No verb was given.", "varnkivo --help");
   if (own < argc && !call.takesProgram)
     throw kivotool::UsageFailure("\"--\" is not expected here: this verb runs no program.", "varnkivo exec --help");
@@ -75,7 +79,7 @@ Exit Run(int own, int argc, char** argv, bool json) {
   return call.run();
 }
 
-Exit Guarded(int own, int argc, char** argv, bool json) {
+Exit Guarded(int own, int argc, char** argv, bool& json) {
   try {
     return Run(own, argc, argv, json);
   } catch (const Failure& failure) {
@@ -95,7 +99,7 @@ int main(int argc, char** argv) {
   OccupyStandardDescriptors();
   kivotool::DropUntrustedEnvironment();
   const int own = OwnWords(argc, argv);
-  const bool json = WantsJson(own, argv);
+  bool json = SeemsToWantJson(own, argv);
   const Exit exit = Guarded(own, argc, argv, json);
   if (kivotool::StdoutIsWhole()) return exit;
   kivotool::Report({kivotool::kFailed, std::nullopt, "The output could not be written.", kivotool::Retry::kPerhaps,

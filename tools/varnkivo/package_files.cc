@@ -32,10 +32,27 @@ std::string ClientOf(const std::string& file) {
   return client.find(',') == std::string::npos ? client : "";
 }
 
+/// A process that has lowered its ids can be offered a file by the very user it has lowered them to.
+bool HasOneId() {
+  uid_t real = 0, effective = 0, saved = 0;
+  return getresuid(&real, &effective, &saved) == 0 && real == effective && saved == effective;
+}
+
 /// As the library has it; it takes no notice of others.
 bool IsTrusted(const struct stat& facts) {
-  const bool ownerIsTrusted = facts.st_uid == 0 || facts.st_uid == kAccountId || facts.st_uid == geteuid();
+  const bool ownerIsTrusted =
+      facts.st_uid == 0 || facts.st_uid == kAccountId || (facts.st_uid == geteuid() && HasOneId());
   return facts.st_nlink == 1 && ownerIsTrusted && (facts.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+/// The library takes a number here and nothing else; a text counts as never.
+std::int64_t CachedAt(const Json::Value& configuration) {
+  try {
+    const Json::Value& created = configuration["created_at"];
+    return created.isNumeric() ? created.asInt64() : 0;
+  } catch (const Json::Exception&) {  // out of range
+    return 0;
+  }
 }
 
 }  // namespace
@@ -67,7 +84,7 @@ ConfigurationState ReadConfigurationState(const std::string& package, std::int64
   const JsonFile file = ReadJsonFile(ConfigurationPath(package));
   if (!file.known || (file.exists && !IsTrusted(file.facts))) return {Kind::kIgnored, 0};
   if (!file.exists) return {};
-  const std::int64_t cachedAt = SecondsIn(file.document, "created_at");
+  const std::int64_t cachedAt = CachedAt(file.document);
   return {now - kConfigurationLifetime > cachedAt ? Kind::kStale : Kind::kFresh, cachedAt};
 }
 

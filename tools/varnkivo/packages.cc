@@ -1,6 +1,5 @@
 // `packages`: who on this device has tokens, how old they are, and how old what is cached about each package is. Looks
 // at files only: asks nobody, waits for nothing, and shows no token.
-#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -8,6 +7,7 @@
 #include "output.h"
 #include "package_files.h"
 #include "text.h"
+#include "text_table.h"
 
 namespace kivotool {
 namespace {
@@ -59,19 +59,13 @@ std::string ConfigurationText(const std::string& name, std::int64_t now) {
 }
 
 void PrintTable(const std::vector<std::string>& names, std::int64_t now) {
-  std::vector<std::vector<std::string>> rows = {{"NAME", "TOKEN", "CONFIGURATION"}};
+  TextTable table({"NAME", "TOKEN", "CONFIGURATION"});
   for (const std::string& name : names) {
     const bool device = name == kDeviceClient;
-    rows.push_back({device ? name + " (the device)" : Printable(name), TokenText(ReadTokenState(name), now),
-                    device ? "-" : ConfigurationText(name, now)});
+    table.Add({device ? name + " (the device)" : name, TokenText(ReadTokenState(name), now),
+               device ? "-" : ConfigurationText(name, now)});
   }
-  std::size_t widths[2] = {0, 0};
-  for (const auto& row : rows) {
-    for (std::size_t i = 0; i < 2; ++i) widths[i] = std::max(widths[i], row[i].size());
-  }
-  for (const auto& row : rows)
-    std::printf("%-*s  %-*s  %s\n", static_cast<int>(widths[0]), row[0].c_str(), static_cast<int>(widths[1]),
-                row[1].c_str(), row[2].c_str());
+  table.Print();
 }
 
 Exit RunPackages(bool json) {

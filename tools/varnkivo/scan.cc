@@ -1,12 +1,15 @@
 // `scan`: the services of this device that are tied to an account already. The library reads the record and the relay's
 // configuration and runs the dynamic DNS tool; nobody else is asked and nothing changes.
+#include <varnkivo/kivo_exception.h>
 #include <varnkivo/varnkivo.h>
 
 #include <cstdio>
 #include <map>
+#include <sstream>
 #include <vector>
 
 #include "account_state.h"
+#include "apart.h"
 #include "command_line.h"
 #include "output.h"
 #include "spinner.h"
@@ -16,7 +19,8 @@
 namespace kivotool {
 namespace {
 
-constexpr int kSeconds = 60;  // two runs of the dynamic DNS tool, which says what stands in a file
+constexpr int kSeconds = 60;  // for two runs of the dynamic DNS tool, which says what stands in a file
+constexpr char kAgain[] = "varnkivo scan";
 
 struct Service {
   std::string type, value;
@@ -31,19 +35,43 @@ std::string TextOf(const Json::Value& value) {
   return value.isString() ? WithoutNewline(value.asString()) : value.isNull() ? "" : OneLine(value);
 }
 
-Services Scan(bool json) {
-  ReadAccountState();  // for a user to whom the record is out of reach the list would lack something without a word
+Json::Value Ask() {
   Json::Value found;
-  {
-    const Spinner spinner("Looking for services", kSeconds, !json);
-    VARNKIVOErrSet(KIVO_ERR_SUCCESS);
-    if (VARNKIVOAccountScanExisting(found) != 0)
-      throw Explain(VARNKIVOErrGet(), {Situation::Doing::kReadingRecord, "varnkivo scan", "", ""});
+  VARNKIVOErrSet(KIVO_ERR_SUCCESS);
+  if (VARNKIVOAccountScanExisting(found) == 0) return found;
+  throw varnkivo::KivoException(static_cast<KIVO_ERRCODE>(VARNKIVOErrGet()), "");
+}
+
+/// In a process of its own: the dynamic DNS tool may be anybody's program, and hang.
+Json::Value AskWithinLimit(bool json) {
+  const Spinner spinner("Looking for services", kSeconds, !json);
+  try {
+    Json::Value found;
+    std::istringstream(RunApart([] { return OneLine(Ask()); }, [] {}, kSeconds)) >> found;
+    return found;
+  } catch (const TakesTooLong&) {
+    throw Failure{kFailed,
+                  std::nullopt,
+                  "/usr/varn/sbin/varnddnsinfo did not end within " + std::to_string(kSeconds) + " seconds.",
+                  Retry::kPerhaps,
+                  "Nothing; the program has been ended, and no file was touched.",
+                  "/usr/varn/sbin/varnddnsinfo --get-varn-account"};
+  } catch (const varnkivo::KivoException& error) {
+    throw Explain(error.GetCode(), {Situation::Doing::kReadingRecord, kAgain, "", ""});
   }
+}
+
+Services Scan(bool json) {
+  ReadAccountState(
+      kAgain);  // for a user to whom the record is out of reach the list would lack something without a word
+  const Json::Value found = AskWithinLimit(json);
   Services services;
-  for (const std::string& account : found.getMemberNames())
+  for (const std::string& account : found.getMemberNames()) {
+    const std::string name = WithoutNewline(account);
+    if (name.empty()) continue;  // an empty line names nobody
     for (const Json::Value& entry : found[account]["services"])
-      services[WithoutNewline(account)].push_back({TextOf(entry["type"]), TextOf(entry["value"])});
+      services[name].push_back({TextOf(entry["type"]), TextOf(entry["value"])});
+  }
   return services;
 }
 

@@ -37,6 +37,12 @@ const Json::Value& Member(const Json::Value& object, const char* name, const Sit
 
 }  // namespace
 
+void CheckShopValue(const std::string& what, const std::string& value, std::size_t most, const char* help) {
+  if (value.size() > most)
+    throw UsageFailure(what + " cannot be longer than " + std::to_string(most) + " bytes.", help);
+  if (HasControls(value)) throw UsageFailure(what + " cannot hold control characters.", help);
+}
+
 Failure WrongAnswer(const Situation& situation) { return Explain(KIVO_ERR_RESPONSE, situation); }
 
 Json::Value ParseShopAnswer(const ShopResponse& response, const Situation& situation) {

@@ -14,6 +14,9 @@ namespace kivotool {
 
 constexpr int kShopSeconds = 3 * 120 + 2;  ///< a request's limit: three attempts
 
+/// Bytes. A catalogue's request is one address of 4095 bytes, with up to three for each of a text.
+constexpr std::size_t kMostInName = 256, kMostInLanguage = 32;
+
 /// Owns the body.
 struct ShopResponse : _tag_libkivo_varn_response_ {
   ShopResponse() : _tag_libkivo_varn_response_{} {}
@@ -22,6 +25,8 @@ struct ShopResponse : _tag_libkivo_varn_response_ {
   ~ShopResponse() { VARNKIVOHttpsResponseFree(this); }
 };
 
+/// Throws a usage Failure where `value` has more than `most` bytes, or a control character.
+void CheckShopValue(const std::string& what, const std::string& value, std::size_t most, const char* help);
 /// The answer as an object whose "code" is a success. Throws the Failure of anything else.
 Json::Value ParseShopAnswer(const ShopResponse& response, const Situation& situation);
 /// Asks for `action`, with `language` as far as it is not empty. Throws Failure.

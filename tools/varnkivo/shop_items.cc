@@ -17,8 +17,8 @@ struct ItemOptions {
 };
 
 void CheckOptions(const ItemOptions& options, const char* help) {
-  if (HasControls(options.name + options.language))
-    throw UsageFailure("An option cannot hold control characters.", help);
+  CheckShopValue("The application's name", options.name, kMostInName, help);
+  CheckShopValue("--language", options.language, kMostInLanguage, help);
 }
 
 Exit RunItems(const ItemOptions& options) {

@@ -14,6 +14,7 @@ namespace kivotool {
 namespace {
 
 constexpr char kHelp[] = "varnkivo shop login --help";
+constexpr std::size_t kMostInEmail = 512;
 
 struct ShopLoginOptions {
   std::string email, language, secretFile;
@@ -22,8 +23,8 @@ struct ShopLoginOptions {
 
 Exit RunShopLogin(const ShopLoginOptions& options) {
   if (options.email.empty()) throw UsageFailure("The e-mail address is empty.", kHelp);
-  if (HasControls(options.email + options.language))
-    throw UsageFailure("An option cannot hold control characters.", kHelp);
+  CheckShopValue("The e-mail address", options.email, kMostInEmail, kHelp);
+  CheckShopValue("--language", options.language, kMostInLanguage, kHelp);
   const Situation situation = {Situation::Doing::kShopLogin, "varnkivo shop login --email " + ShellWord(options.email),
                                "", ""};
   Secret secret;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "account_state.h"
 #include "output.h"
 #include "shop_answer.h"
 #include "shop_verbs.h"
@@ -25,10 +26,13 @@ struct PageInfoOptions {
 };
 
 /// Never more than a third, so that a short key does not show.
-std::string Masked(const std::string& secret) { return secret.substr(0, std::min(kShown, secret.size() / 3)) + "..."; }
+std::string Masked(const std::string& secret) {
+  return secret.empty() ? "" : secret.substr(0, std::min(kShown, secret.size() / 3)) + "...";
+}
 
 Exit RunPageInfo(const PageInfoOptions& options) {
   const Situation situation = {Situation::Doing::kShop, "varnkivo shop page-info", "", ""};
+  ReadAccountState(situation.again);  // whom the record is out of reach for, the API key is as well
   Json::Value info(Json::objectValue);
   {
     const Spinner spinner("Asking the cloud service", kShopSeconds, !options.json);

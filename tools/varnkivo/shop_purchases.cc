@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <tuple>
 
 #include "account_state.h"
 #include "output.h"
@@ -56,6 +57,12 @@ bool IsPrice(const std::string& text) {
   return !text.empty() && text.find_first_not_of("0123456789.") == std::string::npos && !*end && std::isfinite(price);
 }
 
+void CheckFilter(const std::string& option, const std::string& value) {
+  CheckShopValue(option, value, kMostInName, kHelp);
+  if (value.empty() || value.find(',') != std::string::npos)
+    throw UsageFailure(option + " takes a text without a comma; for several, repeat it.", kHelp);
+}
+
 void CheckOptions(const PurchaseOptions& options) {
   for (const std::string& day : {options.from, options.to})
     if (!day.empty() && !IsDay(day)) throw UsageFailure("\"" + day + "\" is not a day as 2026-01-31.", kHelp);
@@ -64,11 +71,8 @@ void CheckOptions(const PurchaseOptions& options) {
   for (const std::string& price : options.prices)
     if (!IsPrice(price)) throw UsageFailure("\"" + price + "\" is not a price as 4.99.", kHelp);
   for (const Filter& filter : FiltersOf(options))
-    for (const std::string& value : filter.values)
-      if (value.empty() || HasControls(value) || value.find(',') != std::string::npos)
-        throw UsageFailure(std::string("--") + filter.option + " takes no comma and no control character; repeat it.",
-                           kHelp);
-  if (HasControls(options.language)) throw UsageFailure("--language cannot hold control characters.", kHelp);
+    for (const std::string& value : filter.values) CheckFilter(std::string("--") + filter.option, value);
+  CheckShopValue("--language", options.language, kMostInLanguage, kHelp);
 }
 
 std::string Again(const PurchaseOptions& options) {
@@ -137,7 +141,7 @@ void PrintJson(const std::vector<Purchase>& purchases, double sum) {
 
 Exit RunPurchases(const PurchaseOptions& options) {
   CheckOptions(options);
-  if (ReadAccountState().signIn != SignIn::kSignedIn) throw NotSignedInFailure();
+  if (ReadAccountState(Again(options)).signIn != SignIn::kSignedIn) throw NotSignedInFailure();
   const std::vector<Purchase> purchases = AskForPurchases(options);
   TextTable table({"Date", "Item", ">Price", "Status", "Buyer", "Transaction", "Model", "Serial"});
   double sum = 0;
@@ -168,10 +172,13 @@ void AddShopPurchases(CLI::App& shop, Invocation& call) {
                            "  varnkivo shop purchases --csv > purchases.csv");
   verb->add_option("--from", options->from, "From this day on, as 2026-01-31");
   verb->add_option("--to", options->to, "Up to this day");
-  verb->add_option("--app", options->apps, "Of this application; may be repeated, as the following");
-  verb->add_option("--serial", options->serials, "For the device of this serial number");
-  verb->add_option("--price", options->prices, "At this price");
-  verb->add_option("--payer", options->payers, "Paid by this payer");
+  const std::tuple<const char*, Texts&, const char*> filters[] = {
+      {"--app", options->apps, "Of this application; may be repeated, as the following"},
+      {"--serial", options->serials, "For the device of this serial number"},
+      {"--price", options->prices, "At this price"},
+      {"--payer", options->payers, "Paid by this payer"}};
+  for (const auto& [name, values, help] : filters)
+    verb->add_option(name, values, help)->allow_extra_args(false);  // else "[a,b]" would be taken apart
   verb->add_option("--language", options->language, "Language of the answer; by default the device's");
   verb->add_flag("--csv", options->csv, "Print comma-separated values (RFC 4180) for a spreadsheet")
       ->excludes(verb->get_option("--json"));

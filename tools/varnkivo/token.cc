@@ -34,8 +34,7 @@ void Print(const TokenOptions& options, const FetchedToken& token) {
 }
 
 Exit RunToken(TokenOptions& options) {
-  options.wish.again = "varnkivo token" + PackageWords(options.wish) + (options.wish.id ? " --id" : "") +
-                       (options.wish.grantAnew ? " --force" : "");
+  options.wish.again = "varnkivo token" + PackageWords(options.wish) + (options.wish.id ? " --id" : "");
   Print(options, FetchToken(options.wish, options.format == "json"));
   return kDone;
 }
