@@ -5,20 +5,23 @@
 #include <unistd.h>
 #include <utime.h>
 #include <varnkivo/file_lock.h>
+#include <varnkivo/package_pkce_client.h>
 
-#include "token_bench.h"
+#include "pkce_bench.h"
 
-using namespace tokentest;
+using namespace pkcetest;
 using kivosim::Fault;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
 
+Json::Value Config() { return varnkivo::PkceClient("any").FormatPkceConfig(ParseJson(ReadFile(kLoginConfig))); }
+
 TEST(Token, IsGoodInTheSecondOfItsExpiryAndNotInTheNext) {
   for (const int age : {kHour, kHour + 1, -86400}) {
     SCOPED_TRACE(age);
-    TokenBench bench;
+    Bench bench;
     const kivosim::TokenSet stored = bench.StoreTokens(age);
     const auto client = bench.Client();
     const bool renewed = age > kHour;
@@ -29,7 +32,7 @@ TEST(Token, IsGoodInTheSecondOfItsExpiryAndNotInTheNext) {
 }
 
 TEST(Token, RenewalSendsItsParametersInOrderAndStoresTheAnswer) {
-  TokenBench bench;
+  Bench bench;
   const kivosim::TokenSet stored = bench.StoreTokens(2 * kHour);
   bench.cloud.AnswerAll(
       200,
@@ -54,7 +57,7 @@ TEST(Token, RenewalSendsItsParametersInOrderAndStoresTheAnswer) {
 }
 
 TEST(Token, ExchangeSendsItsParametersInOrder) {
-  TokenBench bench;
+  Bench bench;
   bench.cloud.AnswerAll(200, R"({"access_token":"a","id_token":"i","refresh_token":"r","expires_in":"60"})");
   const auto client = bench.Client();
   EXPECT_FALSE(client->HasTokenFile());
@@ -69,7 +72,7 @@ TEST(Token, ExchangeSendsItsParametersInOrder) {
 }
 
 TEST(Token, NothingOfARequestIsLeftInTheNextNorKeptFromAnAnswer) {
-  TokenBench bench;
+  Bench bench;
   bench.StoreTokens(2 * kHour);
   bench.cloud->SetHook([](const kivosim::Request&) {
     kivosim::Response answer;
@@ -104,37 +107,46 @@ TEST(Token, AFileThatIsNoTokenSetHasItsCode) {
               {R"({"created_at":1800000000,"expires_in":-1})", "code 22: Failed to get key: refresh_token"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.content.substr(0, 200));
-    TokenBench bench;
+    Bench bench;
     WriteTokenFile(row.content);
     const std::string result = Result([&] { return bench.Client()->GetAccessToken(); });
     EXPECT_EQ(row.result, row.result == "code 2: " ? result.substr(0, 8) : result);
     EXPECT_THAT(bench.cloud.Requests(), IsEmpty());
     EXPECT_EQ(row.content, ReadFile(kTokenFile));
   }
-  TokenBench bench;
+  Bench bench;
   WriteFile("/tmp/canary", R"({"created_at":1800000000,"expires_in":60,"access_token":"canary"})");
   ASSERT_EQ(0, symlink("/tmp/canary", kTokenFile));
   EXPECT_EQ("code 22: Failed to find an existed token file", Result([&] { return bench.Client()->GetAccessToken(); }));
 }
 
 TEST(Token, NamesThatCouldLeadElsewhereAreRefusedBeforeAnythingIsTouched) {
-  TokenBench bench;
-  for (const std::string& name : {std::string(), std::string("../lum"), std::string(".a"), std::string("a b"),
-                                  std::string("a,b"), std::string("a\0b", 3), std::string(129, 'a')}) {
+  Bench bench;
+  bench.SignIn(0);
+  bench.StoreTokens(0);
+  for (const std::string& name :
+       {std::string(), std::string("../lum"), std::string("a/b"), std::string(".a"), std::string("a b"),
+        std::string("a,b"), std::string("a\nb"), std::string("a\0b", 3), std::string(129, 'a'), std::string("lum")}) {
     varnkivo::PkceClient client(name);
     client.SetPkceConfig(Config());
-    const auto code = [](const std::string& result) { return result.substr(0, 7); };
-    EXPECT_EQ("code 1:", code(Result([&] { return client.GetAccessToken(); }))) << name;
-    EXPECT_EQ("code 1:", code(Result([&] { return client.HasTokenFile() ? "yes" : "no"; }))) << name;
-    EXPECT_EQ("code 1:", code(Result([&] { return client.ExchangeToken("c", "v", "r"), ""; }))) << name;
+    const varnkivo::PackagePkceClient package(name);
+    std::vector<std::function<std::string()>> calls = {[&] { return package.GetAccessToken(); },
+                                                       [&] { return package.GetIdToken(); },
+                                                       [&] { return package.ForceRenewToken(), ""; }};
+    if (name != "lum") {  // the device's own
+      calls.emplace_back([&] { return client.GetAccessToken(); });
+      calls.emplace_back([&] { return client.HasTokenFile() ? "yes" : "no"; });
+      calls.emplace_back([&] { return client.ExchangeToken("c", "v", "r"), ""; });
+    }
+    for (const auto& call : calls) EXPECT_EQ("code 1:", Result(call).substr(0, 7)) << name << &call - calls.data();
   }
   EXPECT_EQ(0u, bench.cloud->Connections());
-  EXPECT_THAT(TokenFiles(), IsEmpty());
+  EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
 }
 
 #ifndef __SANITIZE_THREAD__  // which knows no threads, such as libcurl's, in the child of a process that has threads
 TEST(Token, AnotherUsersProcessIsRaisedForEachAccessAndOneWithoutRightsSeesNothing) {
-  TokenBench bench;
+  Bench bench;
   bench.StoreTokens(2 * kHour);
   for (const id_t saved : {0, 1000}) {
     const std::string result = AsUser(1000, 1000, saved, [&] {
@@ -152,7 +164,7 @@ TEST(Token, AnotherUsersProcessIsRaisedForEachAccessAndOneWithoutRightsSeesNothi
 #endif
 
 TEST(Config, IsFilledFromTheTemplateAndTheDevice) {
-  TokenBench bench;
+  Bench bench;
   const varnkivo::PkceClient client("lum");
   EXPECT_EQ(
       R"({"audience":"au","auth_endpoint":"https://identity.kivo.example/a","client_id":"id","end_session_endpoint":)"
@@ -170,73 +182,14 @@ TEST(Config, IsFilledFromTheTemplateAndTheDevice) {
     EXPECT_EQ("code 2: ", Result([&] { return client.FormatPkceConfig(ParseJson(wrong)), ""; }).substr(0, 8)) << wrong;
 }
 
-const std::string kGood = R"({"access_token":"a","id_token":"i","refresh_token":"r","expires_in":60})";
-
-const std::string kSecretSet = R"({"access_token":"a","refresh_token":"r"})";
-const std::string kShownSet = R"({"access_token":"a...","refresh_token":"r..."})";
-const std::string kRefused = "code 14: Failed to renew token, refresh_token is expired or revoked, ";
-const std::string kNotRenewed = "Failed to parse renew token resp, code=200, resp=";
-const std::string kNotExchanged = "code 22: Failed to parse exchange authkey resp, code=200, resp=";
-const std::string kNoExchange = "code 5: Failed to exchange token, ";
-
-const struct {
-  int status;
-  std::string body, renewal, exchange;
-} kRows[] = {
-    {200, kGood, "a", "done"},
-    {200, "<html>", "code 2", "code 2"},
-    {200, "[1]", "code 5: " + kNotRenewed + "[1]", kNotExchanged + "[1]"},
-    {400, R"({"error":"invalid_grant"})", kRefused + R"(code=400, resp={"error":"invalid_grant"})",
-     kNoExchange + R"(code=400, resp={"error":"invalid_grant"})"},
-    {503, kSecretSet, kRefused + "code=503, resp=" + kShownSet, kNoExchange + "code=503, resp=" + kShownSet},
-    {400, "down", "code 2", kNoExchange + "code=400, resp=down"},
-    {200, kSecretSet, "code 22: " + kNotRenewed + kShownSet, kNotExchanged + kShownSet},
-    {200, R"({"access_token":"a\u0000b","id_token":"i","refresh_token":"r","expires_in":60})", "code 22", "code 22"},
-    {200, R"({"access_token":"a\r\nX: 1","id_token":"i","refresh_token":"r","expires_in":60})", "code 22", "code 22"}};
-
-TEST(TokenAnswer, HasItsCodeAndKeepsTheFileUnlessItIsASet) {
-  for (const auto& row : kRows)
-    for (const bool renewal : {true, false}) {
-      SCOPED_TRACE((renewal ? "renewal " : "exchange ") + std::to_string(row.status) + " " + row.body);
-      TokenBench bench;
-      bench.StoreTokens(2 * kHour);
-      bench.device.MustNotLog("verifier-012");
-      const std::string before = ReadFile(kTokenFile);
-      bench.cloud.AnswerAll(row.status, row.body);
-      const auto client = bench.Client();
-      const std::string& expected = renewal ? row.renewal : row.exchange;
-      const std::string result = Result([&] {
-        if (renewal) return client->GetAccessToken();
-        client->ExchangeToken("code-0123456789", "verifier-0123456789", "https://r");
-        return std::string("done");
-      });
-      EXPECT_EQ(expected, expected.size() < 8 ? result.substr(0, expected.size()) : result);
-      EXPECT_EQ(expected.rfind("code", 0) == 0, before == ReadFile(kTokenFile));
-      EXPECT_EQ("0600 934:934", ModeAndOwner(kTokenFile));
-      EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
-      EXPECT_EQ(1u, bench.cloud.Requests().size());
-      const std::string last = bench.device.LastLine();
-      EXPECT_TRUE(expected != "code 2" || last == "..//include/internal/json_utils Failed to parse json: " + row.body)
-          << last;
-    }
-}
-
 TEST(TokenAnswer, ThatDoesNotArriveIsCodeFiveWithTheTransportsWords) {
-  const std::string endless(17u << 20, 'x');
-  const struct {
-    const char* what;
-    Fault fault;
-  } rows[] = {{"cut", Fault::CutBody(5)},
-              {"too much", Fault::Answer(200, endless)},
-              {"to http", Fault::Redirect("http://identity.kivo.example/x", 307)},
-              {"in a circle", Fault::Redirect("/oauth2/token", 307)}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    TokenBench bench;
+  Fault circle = Fault::Redirect("/oauth2/token", 307);
+  circle.times = -1;
+  for (const Fault& fault : {Fault::CutBody(5), Fault::Answer(200, std::string(17u << 20, 'x')),
+                             Fault::Redirect("http://identity.kivo.example/x", 307), circle}) {
+    Bench bench;
     bench.StoreTokens(2 * kHour);
     const std::string before = ReadFile(kTokenFile);
-    Fault fault = row.fault;
-    if (std::string(row.what) == "in a circle") fault.times = -1;
     bench.cloud->QueueFault("*", fault);
     EXPECT_THAT(Result([&] { return bench.Client()->GetAccessToken(); }),
                 testing::MatchesRegex("code 5: Failed to renew token, reqcode=[0-9]+, reqmsg=.*"));
@@ -247,7 +200,7 @@ TEST(TokenAnswer, ThatDoesNotArriveIsCodeFiveWithTheTransportsWords) {
 }
 
 TEST(TokenAnswer, ABadCertificateGetsNoByteAndNeitherDoesAnHttpHost) {
-  TokenBench bench;
+  Bench bench;
   bench.StoreTokens(2 * kHour);
   for (std::size_t kind = 0; kind < kivosim::CertificateKindNames().size(); ++kind) {
     const auto certificate = static_cast<kivosim::CertificateKind>(kind);
@@ -279,7 +232,7 @@ TEST(TokenAnswer, ABadCertificateGetsNoByteAndNeitherDoesAnHttpHost) {
 
 TEST(TokenSave, ASetThatSomebodyStoredMeanwhileIsKeptAndASignOutStays) {
   for (const bool signedOut : {false, true}) {
-    TokenBench bench;
+    Bench bench;
     bench.StoreTokens(2 * kHour);
     bench.cloud->SetHook([&](const kivosim::Request&) {
       if (signedOut)
@@ -288,7 +241,7 @@ TEST(TokenSave, ASetThatSomebodyStoredMeanwhileIsKeptAndASignOutStays) {
         WriteTokenFile(
             R"({"access_token":"newer","id_token":"i","refresh_token":"other","expires_in":60,"created_at":1800000000})");
       kivosim::Response answer;
-      answer.body = kGood;
+      answer.body = R"({"access_token":"a","id_token":"i","refresh_token":"r","expires_in":60})";
       return answer;
     });
     EXPECT_EQ(signedOut ? "code 22: Failed to find an existed token file" : "newer",
@@ -299,7 +252,7 @@ TEST(TokenSave, ASetThatSomebodyStoredMeanwhileIsKeptAndASignOutStays) {
 }
 
 TEST(TokenSave, LeftoversOfACrashGoButNotThoseInUse) {
-  TokenBench bench;
+  Bench bench;
   bench.StoreTokens(2 * kHour);
   const std::string folder = std::string(kPrivateFolder) + "/";
   for (const char* name : {"lum,old_token.json", "lum,young_token.json", "other,old_token.json"})
@@ -317,7 +270,7 @@ TEST(TokenSave, StepThatFailsHasItsCodeAndTheOtherOnesAreOnlyLogged) {
   for (const std::string call : {"rename", "fchmod", "fchown"}) {
     SCOPED_TRACE(call);
     const bool lost = call == "rename";
-    TokenBench bench;
+    Bench bench;
     bench.StoreTokens(2 * kHour);
     bench.Client()->GetAccessToken();  // makes the lock files
     bench.StoreTokens(2 * kHour);
@@ -335,7 +288,7 @@ TEST(TokenSave, StepThatFailsHasItsCodeAndTheOtherOnesAreOnlyLogged) {
 TEST(TokenSave, ALockHeldElsewhereIsCode22AfterHalfAMinute) {
   for (const char* operation : {"get", "renew", "save", "exchange"}) {
     SCOPED_TRACE(operation);
-    TokenBench bench;
+    Bench bench;
     bench.StoreTokens(2 * kHour);
     const std::string path = std::string("/tmp/account_lum_") + operation + "_token.lock";
     varnkivo::FileLock other(path);
