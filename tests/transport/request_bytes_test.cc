@@ -1,6 +1,5 @@
 // What leaves the library with a request, byte for byte, and what of the answer comes back.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,7 +10,6 @@
 #include "kivo_request.h"
 
 using namespace testsupport;
-using testing::IsEmpty;
 
 namespace {
 
@@ -48,9 +46,6 @@ TEST(RequestBytes, ParametersInOrderEscapedAndTwiceWhereGivenTwice) {
        {{{"v", "a b+c&d=e/\xc3\xa9%~-_."}}},
        std::string(kDevice) + "&v=a%20b%2Bc%26d%3De%2F%C3%A9%25~-_."},
       {"names are not", {{{"a[]%41", "x"}}}, std::string(kDevice) + "&a[]%41=x"},
-      {"names of ours are sent again",
-       {{{"lu_token", "x"}, {"kivoID", "y"}}},
-       std::string(kDevice) + "&lu_token=x&kivoID=y"},
       {"a serial given is taken, and sent again",
        {{{"a", "1"}, {"lu_sn", "2040VKN000009"}}},
        "lu_sn=2040VKN000009&lu_token=a990ea3b450dd618a02937a1b38a7639&a=1&lu_sn=2040VKN000009"},
@@ -81,9 +76,6 @@ TEST(RequestBytes, AccountAndPasswordFollowTheTokenThatTheyEnter) {
   EXPECT_EQ(0, request.Send().result);
   EXPECT_EQ("lu_sn=2040VKN000001&lu_token=09953b1766e935a1ab057c67e8d11fe2&kivoID=1001&kivoPW=correct%20horse&a=1",
             cloud.Requests().back().body);
-  request.accountId.clear();
-  EXPECT_EQ(0, request.Send().result);
-  EXPECT_FALSE(cloud.Requests().back().HasParam("kivoID"));
   request.accountId = request.password = std::string(4096, 'x');  // no NUL in either field
   EXPECT_EQ(0, request.Send().result);
   EXPECT_EQ(request.accountId, cloud.Requests().back().Param("kivoID"));
@@ -111,41 +103,28 @@ TEST(RequestBytes, NothingOfARequestIsLeftInTheNext) {
   curl_slist_free_all(headers);
 }
 
-/// Whether five requests of the number `n` get their own answers, from a cloud that sends the number back.
-bool SendFive(int n) {
-  for (int i = 0; i < 5; ++i) {
-    const std::string text = std::to_string(n) + "." + std::to_string(i);
-    if (KivoRequest{{{"n", text}}}.Send().body != text) return false;
-  }
-  return true;
-}
-
-void SendTheNumberBack(const Cloud& cloud) {
-  cloud->SetHook([](const kivosim::Request& request) { return kivosim::Response{200, request.Param("n")}; });
-}
-
-TEST(RequestBytes, ThreadsGetTheirOwnAnswers) {
-  FakePlatform device;
-  Cloud cloud;
-  SendTheNumberBack(cloud);
-  EXPECT_TRUE(SendFive(0));
-  std::vector<std::thread> threads;
-  for (int n = 1; n <= 4; ++n) threads.emplace_back([=] { EXPECT_TRUE(SendFive(n)); });
-  for (auto& thread : threads) thread.join();
-}
-
 #ifndef __SANITIZE_THREAD__  // which knows no threads, such as libcurl's, in the child of a process that has threads
-TEST(RequestBytes, AChildGetsItsOwnAnswersBesideItsParent) {
+TEST(RequestBytes, ThreadsAndAChildGetTheirOwnAnswers) {
   FakePlatform device;
   Cloud cloud;
-  SendTheNumberBack(cloud);
-  EXPECT_TRUE(SendFive(0));
+  cloud->SetHook([](const kivosim::Request& request) { return kivosim::Response{200, request.Param("n")}; });
+  const auto sendFive = [](int n) {
+    int right = 0;
+    for (int i = 0; i < 5; ++i) {
+      const std::string text = std::to_string(n) + "." + std::to_string(i);
+      right += KivoRequest{{{"n", text}}}.Send().body == text;
+    }
+    return right;
+  };
+  EXPECT_EQ(5, sendFive(0));
   const pid_t child = fork();
-  if (child == 0) _exit(SendFive(9) ? 7 : 1);
-  EXPECT_TRUE(SendFive(5));
+  if (child == 0) _exit(sendFive(9));
+  std::vector<std::thread> threads;
+  for (int n = 1; n <= 4; ++n) threads.emplace_back([=] { EXPECT_EQ(5, sendFive(n)); });
+  for (auto& thread : threads) thread.join();
   int status = 0;
   ASSERT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_EQ(7, WEXITSTATUS(status));
+  EXPECT_EQ(5, WEXITSTATUS(status));
 }
 #endif
 
@@ -161,8 +140,6 @@ TEST(RequestAnswer, StatusAndBodyDecide) {
                {200, "", "", noBody},
                {201, "made", ""},
                {204, "", ""},
-               {301, "moved", ""},
-               {401, "no", ""},
                {500, "%n%s%s", ""},
                {999, "?", ""}};
   for (const auto& row : cases) {
@@ -182,20 +159,18 @@ TEST(RequestAnswer, StatusAndBodyDecide) {
   }
 }
 
-TEST(RequestArguments, NullsAreRefusedAndFreeingIsHarmless) {
+TEST(RequestArguments, NullsAreRefused) {
   FakePlatform device;
   _tag_libkivo_varn_request_ good = {}, noHost = {}, noPath = {};
   good.host = noPath.host = kHost;
   good.path = noHost.path = "p";
   _tag_libkivo_varn_response_ response = {};
-  for (_tag_libkivo_varn_request_* request :
-       {static_cast<_tag_libkivo_varn_request_*>(nullptr), &good, &noHost, &noPath}) {
+  for (auto* request : {static_cast<_tag_libkivo_varn_request_*>(nullptr), &good, &noHost, &noPath}) {
     VARNKIVOErrSet(99);
     EXPECT_EQ(-1, VARNKIVOHttpsRequestSend(request, request == &good ? nullptr : &response));
     EXPECT_EQ(KIVO_ERR_BAD_PARAM, VARNKIVOErrGet());
   }
   VARNKIVOHttpsResponseFree(nullptr);
-  VARNKIVOHttpsResponseFree(&response);
 }
 
 TEST(RequestBytes, AnAddressThatDoesNotFitIsNotSentCut) {
