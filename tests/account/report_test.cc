@@ -7,16 +7,12 @@
 #include "account_bench.h"
 
 using namespace accounttest;
-using kivosim::Fault;
-using testing::Contains;
-using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StartsWith;
 using varnkivo::User;
 
 namespace {
 
-constexpr char kReport[] = "device/api/report", kMoved[] = R"({"code":"good","report_cron_timestring":"7 3 * * 2"})";
+constexpr char kReport[] = "device/api/report";
 
 /// Signed in with tokens `age` seconds old and a job at the record's schedule.
 struct ReportBench : Bench {
@@ -51,53 +47,64 @@ TEST(Report, SendsItsFiveFieldsUnlessNobodyIsSignedInOrItIsSwitchedOff) {
   EXPECT_THAT(nobody.cloud.Requests(), IsEmpty());
 }
 
-TEST(Report, AnAnswerMovesTheJobAndAnAcceptedOneRenewsAnExpiredToken) {
-  const std::string good = R"({"code":"good"})";
+TEST(Report, EachAnswerMovesTheJobRenewsTheTokenOrSignsOut) {
+  const std::string good = R"({"code":"good"})", moved = R"({"code":"good","report_cron_timestring":"7 3 * * 2"})";
+  const std::string cannotSet = "Failed to set report cron timestring: ", cannotAdd = "Failed to add crontab for kivo";
+  const std::string gone = R"({"code":"account_not_found","report_cron_timestring":"1 2 * * *"})";
+  const std::string badauth = R"({"code":"badauth","report_cron_timestring":"1 2 * * *"})", logout = "a refused logout";
+  const std::string forced =
+      R"(kivo_force_logout {"%EMAIL%":"ann@example.com","%LINK%":"https://account.kivo.example"})";
+  const std::string deleted = R"(kivo_deletion_logout {"%EMAIL%":"ann@example.com"})";
+  const std::string out = "~ 9~16 * * 1~5", notified = "VARNSysNotifySendNotifiction", old = "5 4 * * *";
   const struct {
     std::string body, schedule, job, logged;
-    int age = kHour;
-    std::string call = "";  // that fails
+    int age = kHour;         // of the token
+    std::string fails = "";  // a call, or the renewal by an answer or by a file that has no number
+    int code = KIVO_ERR_SUCCESS;
+    std::string notification = "";
   } rows[] = {
-      {good, "5 4 * * *", "5 4 * * *", ""},
-      {kMoved, "7 3 * * 2", "7 3 * * 2", ""},
-      {kMoved, "7 3 * * 2", "7 3 * * 2", "", kHour + 1},
+      {good, old, old, ""},
+      {moved, "7 3 * * 2", "7 3 * * 2", ""},
+      {moved, "7 3 * * 2", "7 3 * * 2", "", kHour + 1},
+      {moved, "7 3 * * 2", "7 3 * * 2", "Failed to renew token: ", kHour + 1, "renewal"},
+      {moved, "7 3 * * 2", "7 3 * * 2", "Failed to renew token: ", kHour + 1, "conversion"},
       {R"({"code":"good","report_cron_timestring":"7 3 * *\n* * * * * root sh"})", "7 3 * *\n* * * * * root sh", "",
-       "Failed to add crontab for kivo"},
-      {R"({"code":"good","report_cron_timestring":{}})", "5 4 * * *", "5 4 * * *",
-       "Failed to set report cron timestring: "},
-      {R"({"code":"badparam","report_cron_timestring":"1 2 * * *"})", "1 2 * * *", "5 4 * * *",
-       "Failed to query service check, resp="},
-      {kMoved, "5 4 * * *", "5 4 * * *", "Failed to set report cron timestring: ", kHour, "VLIBCFileSetKeyValue"},
-      {good, "5 4 * * *", "", "Failed to add crontab for kivo", kHour, "ConfigManager::Save"},
-  };
+       cannotAdd},
+      {R"({"code":"good","report_cron_timestring":{}})", old, old, cannotSet},
+      {moved, old, old, cannotSet, kHour, "VLIBCFileSetKeyValue"},
+      {good, old, "", cannotAdd, kHour, "ConfigManager::Save"},
+      {R"({"code":"badparam","report_cron_timestring":"1 2 * * *"})", "1 2 * * *", old,
+       "Failed to query service check, resp=", kHour, "", KIVO_ERR_BAD_PARAM},
+      {badauth, out, "", "Failed to auth [ann@example.com] on regularly report, auto logout.", 0, "", KIVO_ERR_AUTH,
+       forced},
+      {gone, out, "", "Logged out Varnholt Account: ann@example.com", 0, "", KIVO_ERR_ACCOUNT_NOT_FOUND, deleted},
+      {badauth, out, "", "Failed to auth [ann@example.com]", 0, notified, KIVO_ERR_AUTH},
+      {gone, "1 2 * * *", old, "Failed to logout: ", 0, logout, KIVO_ERR_ACCOUNT_NOT_FOUND, deleted}};
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.body + row.call);
+    SCOPED_TRACE(row.body + row.fails);
     ReportBench bench(row.age);
     bench.Answer(kReport, row.body);
-    if (!row.call.empty()) bench.device.FailNext(row.call, 1, row.call == "ConfigManager::Save" ? 0 : -1);
-    EXPECT_EQ(row.body.find("badparam") == std::string::npos ? 0 : -1, VARNKIVOReportInfo());
+    if (row.fails == "renewal") bench.Answer(kTokenPath, "<html>");
+    if (row.fails == "conversion")  // an exception that is not the library's own
+      WriteTokenFile(R"({"access_token":"a","id_token":"i","refresh_token":"r","created_at":"x","expires_in":3600})");
+    if (row.fails == logout) bench.Answer(kLogoutPath, R"({"code":"badsys"})");
+    if (row.fails[0] == 'V' || row.fails[0] == 'C') bench.device.FailNext(row.fails, 1, row.fails[0] == 'C' ? 0 : -1);
+    const std::string tokens = ReadFile(kTokenFile);
+    EXPECT_EQ(row.code ? -1 : 0, VARNKIVOReportInfo());
+    EXPECT_EQ(row.code, VARNKIVOErrGet());
     EXPECT_EQ(row.schedule, User().GetReportCronTimestring());
     const std::string job = ReadFile(kCronJob), line = row.job + " root /usr/varn/bin/varnkivo --report_info\n";
     EXPECT_EQ(!row.job.empty(), job.find(line) != std::string::npos) << job;
     EXPECT_EQ(row.logged.empty(), bench.device.Logs().empty()) << bench.device.LastLog();
-    EXPECT_TRUE(bench.device.HasLog(row.logged) || row.logged.empty());
-    EXPECT_EQ(row.age > kHour ? 1u : 0u, bench.cloud.Requests(kTokenPath).size());
-  }
-}
-
-TEST(Report, ATokenThatCannotBeRenewedChangesNothing) {
-  for (const bool conversion : {true, false}) {
-    ReportBench bench(kHour + 1);
-    bench.Answer(kReport, R"({"code":"good"})");
-    if (conversion)  // the file's text is no number: an exception that is not the library's own
-      WriteTokenFile(R"({"access_token":"a","id_token":"i","refresh_token":"r","created_at":"x","expires_in":3600})");
-    else
-      bench.Answer(kTokenPath, "<html>");
-    const std::string tokens = ReadFile(kTokenFile);
-    EXPECT_EQ(0, VARNKIVOReportInfo());
-    EXPECT_THAT(bench.device.LastLine(), StartsWith("kivo_report_info Failed to renew token: "));
-    EXPECT_EQ(tokens, ReadFile(kTokenFile));
-    EXPECT_TRUE(User().Exists());
+    EXPECT_TRUE(row.logged.empty() || bench.device.HasLog(row.logged));
+    EXPECT_EQ(row.notification, Notification());
+    const bool refused = row.code == KIVO_ERR_AUTH || row.code == KIVO_ERR_ACCOUNT_NOT_FOUND;
+    EXPECT_TRUE(!row.code || bench.device.LastLog().find("Failed to query service check, resp=" + row.body) == 0);
+    EXPECT_EQ(refused ? 1u : 0u, bench.cloud.Requests(kLogoutPath).size());
+    EXPECT_EQ(row.age > kHour && row.fails != "conversion" ? 1u : 0u, bench.cloud.Requests(kTokenPath).size());
+    const bool signedOut = row.schedule == out, renewed = row.age > kHour && row.fails.empty();
+    EXPECT_EQ(!signedOut, User().Exists() && IsThere(kTokenFile));
+    EXPECT_EQ(signedOut || renewed, tokens != ReadFile(kTokenFile));
   }
 }
 
@@ -116,38 +123,6 @@ TEST(Report, AnAnswerAfterASignOutTouchesNothing) {
     EXPECT_FALSE(IsThere(kCronJob));
     EXPECT_EQ("", Notification());
     EXPECT_EQ(1u, bench.cloud.Requests().size());
-  }
-}
-
-TEST(Report, RefusedOneNotifiesAndSignsOut) {
-  const std::string forced =
-      R"(kivo_force_logout {"%EMAIL%":"ann@example.com","%LINK%":"https://account.kivo.example"})";
-  const std::string deleted = R"(kivo_deletion_logout {"%EMAIL%":"ann@example.com"})";
-  const struct {
-    std::string code, fails;
-    int expected;
-    std::string notification;
-  } rows[] = {{"badauth", "", KIVO_ERR_AUTH, forced},
-              {"account_not_found", "", KIVO_ERR_ACCOUNT_NOT_FOUND, deleted},
-              {"badauth", "notification", KIVO_ERR_AUTH, ""},
-              {"account_not_found", "logout", KIVO_ERR_ACCOUNT_NOT_FOUND, deleted}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.code + " " + row.fails);
-    ReportBench bench;
-    bench.Answer(kReport, R"({"code":")" + row.code + R"(","report_cron_timestring":"1 2 * * *"})");
-    if (row.fails == "notification") bench.device.FailNext("VARNSysNotifySendNotifiction");
-    const bool stays = row.fails == "logout";
-    if (stays) bench.Answer(kLogoutPath, R"({"code":"badsys"})");
-    EXPECT_EQ(-1, VARNKIVOReportInfo());
-    EXPECT_EQ(row.expected, VARNKIVOErrGet());
-    EXPECT_EQ(row.notification, Notification());
-    EXPECT_THAT(bench.device.Logs(), Contains("Failed to auth [ann@example.com] on regularly report, auto logout."));
-    EXPECT_THAT(bench.device.LastLog(), StartsWith("Failed to query service check, resp={\"code\":\"" + row.code));
-    EXPECT_EQ(stays, bench.device.HasLog("Failed to logout: "));
-    EXPECT_EQ(1u, bench.cloud.Requests(kLogoutPath).size());
-    EXPECT_EQ(stays, IsThere(kRecord));
-    EXPECT_EQ(stays, IsThere(kCronJob));
-    EXPECT_EQ(stays ? 1u : 0u, TokenFiles().size());
   }
 }
 

@@ -27,15 +27,6 @@ std::string Token(const AccountPkceService& service) {
   return Result([&] { return service.GetAccessToken(), std::string("token"); });
 }
 
-/// Signed in, with a refresh token that will be refused.
-struct RefusedBench : Bench {
-  RefusedBench() {
-    SignIn(0);
-    StoreTokens(2 * kHour);
-    cloud->RevokeTokens(kEmail);
-  }
-};
-
 TEST(Service, ATokenIsGrantedToTheAuthKeyWhereThereIsNone) {
   Bench bench;
   bench.SignIn(0);
@@ -60,20 +51,54 @@ TEST(Service, ATokenIsGrantedToTheAuthKeyWhereThereIsNone) {
   EXPECT_EQ("code 6: Failed to get code challenge & verifier", Token(service));
 }
 
-TEST(Service, OnlyARefusedRefreshTokenIsReplacedByAGrant) {
-  RefusedBench bench;
-  for (const auto& [status, body] : {std::pair(200, "[]"), {500, "down"}, {200, "{}"}}) {
-    bench.Answer(kTokenPath, body, status);
-    bench.cloud->ClearJournal();
-    EXPECT_THAT(Token(AccountPkceService()), StartsWith("code"));
-    EXPECT_EQ(1u, bench.cloud.Requests().size()) << body;
+TEST(Service, OnlyARefusedRefreshTokenIsReplacedByAGrantOrByASignOut) {
+  const std::string renewal = kToken + "refresh_token&", exchange = kToken + "authorization_code&";
+  const std::string logout = "POST /device/api/logout account.kivo.example serial_no=2040VKN000001&auth_key=" +
+                             std::string("AuthKey%2B0123456789%2Fabcdef%3D%3D");  // no access token: it could lead here
+  const struct {
+    std::string path, body;  // answers that so; what has no answer is asked of the simulator
+    int status;
+    std::string result;
+    std::vector<std::string> sent;  // as each begins
+    bool signedIn = true;
+    std::string logged = "";
+  } rows[] = {{kTokenPath, "[]", 200, "code 5", {renewal}},
+              {kTokenPath, "down", 500, "code 2", {renewal}},
+              {kTokenPath, "{}", 200, "code 22", {renewal}},
+              {"", "", 0, "token", {renewal, kGrant, exchange}, true, "Rescue lum renew pkce token by authkey"},
+              {kGrantPath,
+               "gone",
+               401,
+               "code 22: Failed to find an existed token file",
+               {renewal, kGrant, logout},
+               false,
+               "Failed to rescue by authkey, force logout"},
+              {kLogoutPath,
+               R"({"code":"badsys"})",
+               200,
+               "code 6: Failed to logout with success code",
+               {renewal, kGrant, logout},
+               true,
+               "Failed to rescue by authkey, force logout"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.path + row.body);
+    Bench bench;
+    bench.SignIn(0);
+    bench.StoreTokens(2 * kHour);
+    bench.cloud->RevokeTokens(kEmail);
+    if (!row.path.empty()) bench.Answer(row.path, row.body, row.status);
+    if (row.path == kLogoutPath) bench.Answer(kGrantPath, "gone", 401);
+    const AccountPkceService service;
+    EXPECT_THAT(Token(service), StartsWith(row.result));
+    const auto sent = bench.Sent();
+    ASSERT_EQ(row.sent.size(), sent.size());
+    for (std::size_t i = 0; i < sent.size(); ++i) EXPECT_THAT(sent[i], StartsWith(row.sent[i]));
+    EXPECT_TRUE(row.sent.back() != logout || sent.back() == logout);
+    EXPECT_TRUE(row.logged.empty() || bench.device.HasLog(row.logged));
+    EXPECT_EQ(row.signedIn, IsThere(kRecord));
+    EXPECT_EQ(row.signedIn, IsThere(kTokenFile));
+    EXPECT_TRUE(row.signedIn || !service.HasToken());
   }
-  bench.cloud->ClearJournal();
-  EXPECT_EQ("token", Token(AccountPkceService()));
-  EXPECT_THAT(bench.Sent(), ElementsAre(StartsWith(kToken + "refresh_token&"), StartsWith(kGrant),
-                                        StartsWith(kToken + "authorization_code&")));
-  EXPECT_THAT(bench.device.Logs(), Contains("Rescue lum renew pkce token by authkey"));
-  EXPECT_TRUE(IsThere(kRecord));
 }
 
 TEST(Service, AGrantThatASignOutHasOvertakenBringsNothingBack) {
@@ -86,28 +111,6 @@ TEST(Service, AGrantThatASignOutHasOvertakenBringsNothingBack) {
   EXPECT_THAT(Token(AccountPkceService()), StartsWith("code 22: "));
   EXPECT_EQ(2u, bench.cloud.Requests().size());
   EXPECT_THAT(TokenFiles(), IsEmpty());
-}
-
-TEST(Service, ARescueThatFailsSignsTheDeviceOutIfTheAccountHostAgrees) {
-  for (const bool agrees : {true, false}) {
-    RefusedBench bench;
-    bench.Answer(kGrantPath, "gone", 401);
-    if (!agrees) bench.Answer(kLogoutPath, R"({"code":"badsys"})");
-    const AccountPkceService service;
-    EXPECT_EQ(agrees ? "code 22: Failed to find an existed token file" : "code 6: Failed to logout with success code",
-              Token(service));
-    const auto sent = bench.Sent();
-    ASSERT_EQ(3u, sent.size());
-    EXPECT_EQ(
-        "POST /device/api/logout account.kivo.example serial_no=2040VKN000001&auth_key=AuthKey%2B0123456789%2F"
-        "abcdef%3D%3D",
-        sent[2])
-        << "no access token, which could lead here again";
-    EXPECT_THAT(bench.device.Logs(), Contains("Failed to rescue by authkey, force logout"));
-    EXPECT_EQ(!agrees, IsThere(kRecord));
-    EXPECT_EQ(!agrees, IsThere(kTokenFile));
-    EXPECT_TRUE(!agrees || !service.HasToken());
-  }
 }
 
 TEST(Service, LoginDoesItsStepsInOrder) {

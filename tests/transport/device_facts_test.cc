@@ -15,20 +15,6 @@ using varnkivo::User;
 
 namespace {
 
-TEST(LumService, NotificationsGoOutWithWhatCouldBeStoredAndNeverThrow) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"VLIBCSzHashAlloc", "Failed to notify: out of memory"},
-      {"VLIBCSzHashSetValue", "Failed to set notify param: %A% => 1"},
-      {"VARNSysNotifySendNotifiction", "Failed to send notify by VARNSysNotifySendNotifiction"}};
-  for (const auto& [call, log] : rows) {
-    FakePlatform device;
-    device.FailNext(call);
-    LumService().SendSysNotify("KivoTest", {{"%A%", "1"}, {"%B%", "2"}});
-    EXPECT_EQ(std::vector<std::string>{log}, device.Logs());
-    EXPECT_EQ(&call == &rows[0].first ? 0u : 1u, device.Calls("VARNSysNotifySendNotifiction(KivoTest,*)").size());
-  }
-}
-
 TEST(ApiKeyError, IsRepairedWhereAKeyIsUnknownOnly) {
   const struct {
     const char* error;

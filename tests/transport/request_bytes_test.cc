@@ -128,37 +128,6 @@ TEST(RequestBytes, ThreadsAndAChildGetTheirOwnAnswers) {
 #endif
 }
 
-TEST(RequestAnswer, StatusAndBodyDecide) {
-  const std::string noBody = LoggedUrl() + ", Failed to get response";
-  const struct {
-    int status;
-    std::string body, expected;  // what comes back; empty: the log line that begins so
-    std::string log = "";
-  } cases[] = {{200, "{\"a\":1}", "{\"a\":1}"},
-               {400, "{\"error\":\"badauth\"}", "{\"error\":\"badauth\"}"},
-               {200, " \r\n\t x y \n", "x y"},
-               {200, "", "", noBody},
-               {201, "made", ""},
-               {204, "", ""},
-               {500, "%n%s%s", ""},
-               {999, "?", ""}};
-  for (const auto& row : cases) {
-    SCOPED_TRACE(std::to_string(row.status) + row.body);
-    FakePlatform device;
-    Cloud cloud;
-    cloud.AnswerAll(row.status, row.body);
-    const Answer answer = KivoRequest{}.Send();
-    EXPECT_EQ(row.expected.empty() ? KIVO_ERR_SEND : 99, answer.code) << "success leaves the slot alone";
-    EXPECT_EQ(row.status, answer.status);
-    EXPECT_EQ(0, answer.curlCode);
-    EXPECT_EQ(row.expected, answer.body);
-    const std::string refused = LoggedUrl() + ", Failed to request packages, httpResponseCode=";
-    const std::string line = row.log.empty() ? refused + std::to_string(row.status) + ", data=" + row.body : row.log;
-    EXPECT_EQ(row.expected.empty() ? "kivo_https_req_send " + line : "", device.LastLine());
-    EXPECT_EQ(1u, cloud.Requests().size());
-  }
-}
-
 TEST(RequestBytes, AnAddressThatDoesNotFitIsNotSentCut) {
   FakePlatform device;
   Cloud cloud;
