@@ -116,7 +116,6 @@ TEST(FailingStep, GivesItsCodeAndMessageShowsNoSecretAndSendsNothing) {
       {"VLIBCStrCat", 4, "Fail to concat string"},  // the token's texts come first
       {"CURLOPT_IPRESOLVE", 0, "?"},
       {"curl_slist_append", 0, "?"},
-      {"curl_easy_escape", 1, "?"},
       {"curl_easy_escape", 3, "?"},  // the password, and a parameter that holds one
       {"curl_easy_escape", 4, "?"},
       {"CURLOPT_PROTOCOLS_STR", 0, "?"},

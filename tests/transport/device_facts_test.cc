@@ -38,32 +38,26 @@ TEST(ApiKeyError, IsRepairedWhereAKeyIsUnknownOnly) {
   }
 }
 
-std::string Hosts(bool test) {
-  const std::string kind = test ? "-test" : "";
-  return "https://account" + kind + ".kivo.example https://identity" + kind + ".kivo.example https://payment" + kind +
-         ".kivo.example";
-}
-
 TEST(ServerHosts, OnlyTheExactWordSelectsTheTestServersAndTheRecordComesFirst) {
   const struct {
-    const char* configuration;
-    bool test;
-  } cases[] = {{"a=\"b\"\nvarnpkg_server=test\n", true},
-               {"varnpkg_server=\"Test\"\n", false},
-               {"varnpkg_server=\"testing\"\n", false},
-               {nullptr, false}};
+    const char *configuration, *kind;
+  } cases[] = {{"a=\"b\"\nvarnpkg_server=test\n", "-test"},
+               {"varnpkg_server=\"Test\"\n", ""},
+               {"varnpkg_server=\"testing\"\n", ""},
+               {nullptr, ""}};
   for (const auto& row : cases) {
     SCOPED_TRACE(row.configuration ? row.configuration : "no file");
     FakePlatform device;
     WriteFile(kDefaultsConf, row.configuration ? row.configuration : "");
     if (!row.configuration) unlink(kDefaultsConf);
+    const std::string end = std::string(row.kind) + ".kivo.example", account = "https://account" + end;
     const ServerInfo server;
-    EXPECT_EQ(Hosts(row.test),
-              server.GetAccountHost() + " " + server.GetIdentityHost() + " " + server.GetPaymentHost());
     char config[4096], url[2048];
     EXPECT_TRUE(VARNKIVOServerConfigGet(config) == 0 && VARNPaymentConfigGet(url) == 0);
-    EXPECT_EQ(server.GetPaymentHost() + server.GetAccountHost() + server.GetPaymentHost(),
-              std::string(config) + (config + 2048) + url);
+    for (const std::string& payment : {server.GetPaymentHost(), std::string(config), std::string(url)})
+      EXPECT_EQ("https://payment" + end, payment);
+    EXPECT_EQ(account + account, server.GetAccountHost() + (config + 2048));
+    EXPECT_EQ("https://identity" + end, server.GetIdentityHost());
     User().SetAccountHost("https://" + std::string(2039, 'h'));
     User().SetIdentityHost("http://id.example:1/x/");
     EXPECT_EQ(0, VARNKIVOServerConfigGet(config));
