@@ -1,13 +1,17 @@
 // Every operation at the account centre and the shop: a failing step and an answer that is no yes have their code and
-// message, and leave the device as it was.
+// message, and leave the device as it was. Then what the logins, the registration and the profile update send and do.
 #include <gmock/gmock.h>
+#include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
 #include "account_bench.h"
 
 using namespace accounttest;
+using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
 using testing::StartsWith;
+using varnkivo::User;
 
 namespace {
 
@@ -164,6 +168,181 @@ TEST(Operation, AnswerThatIsNoYesHasItsCodeAndMessageAndChangesNothing) {
       EXPECT_EQ(answer.code == KIVO_ERR_APIKEY_EXPIRED ? 1u : 0u,
                 bench.device.Calls("VARNCloudServiceActionHandler(2)").size());
     }
+}
+
+TEST(Login, SendsExactlyItsParametersAndDoesItsStepsInOrder) {
+  WriteFile("/etc/timezone", "Europe/Berlin\n");
+  const std::string id = "set kivoIDSerial", key = "set lu_auth_key", query = "VLIBCFileLockByFile";
+  const std::string send = "curl_easy_perform", time = "set last_query_time";
+  const std::string init = "VLIBPluginSDKInit", hook = "VLIBPluginAction";
+  const std::string job = "ConfigManager::Save", event = "VARNLogSet1", apiKey = "VARNCloudServiceGetApiKey";
+  const std::vector<std::string> byServer = {init, apiKey, send, id, key, job, event, query, send, time, hook};
+  const std::string good = R"("code":"good","email":"ann@example.com","id":"1001"})";
+  const struct {
+    std::string name, body, response;
+    std::vector<std::string> steps;
+  } rows[] = {{"password",
+               "&type=acnt_pw_apikey&email=ann%40example.com&passwd=correct%20horse%20%26%20%2Bbattery"
+               "&serial_no=2040VKN000001&api_key=ApiKey-0123456789-abcdefghij&mac=02%3A00%3A5e%3A20%3A40%3A01",
+               good, byServer},
+              {"oauth",
+               "&language=enu&access_token=AccessToken-0123456789-abcdefghij&timezone=Europe%2FBerlin"
+               "&api_key=ApiKey-0123456789-abcdefghij&mac=02%3A00%3A5e%3A20%3A40%3A01&serial_no=2040VKN000001",
+               good, byServer},
+              {"key",
+               "&id=1001&auth_key=AuthKey%2B0123456789%2Fabcdef%3D%3D&serial_no=2040VKN000001",
+               R"("email":"ann@example.com"})",
+               {apiKey, init, id, key, query, send, time, hook, job, event}}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Operation login = Named(row.name).at(0);
+    Bench bench;
+    Json::Value response;
+    VARNKIVOErrSet(KIVO_ERR_UNKNOWN);
+    ASSERT_EQ(0, login.run(response));
+    EXPECT_EQ(KIVO_ERR_SUCCESS, VARNKIVOErrGet());
+    EXPECT_THAT(JsonText(response), EndsWith(R"("auth_key":"AuthKey+0123456789/abcdef==",)" + row.response));
+    EXPECT_EQ("POST /" + login.path + " account.kivo.example " + DeviceFields() + row.body, bench.Sent().at(0));
+    EXPECT_EQ(row.name == "key" ? "CURLOPT_TIMEOUT(15)" : "CURLOPT_TIMEOUT(120)",
+              bench.device.Calls("CURLOPT_TIMEOUT(")[0]);
+    EXPECT_THAT(bench.cloud->Complaints(), IsEmpty());
+    EXPECT_EQ(row.steps, bench.Steps({init, hook, apiKey, id, key, time, job, event, query, send}));
+    EXPECT_THAT(bench.device.Calls("VLIBPlugin"), ElementsAre(init + "(kivo,kivo/login,*,0)", hook + "(5,*)"));
+    EXPECT_THAT(bench.device.Calls(event), ElementsAre(event + "(2,1,329252865,ann@example.com,,,)"));
+    EXPECT_THAT(bench.device.Logs(), ElementsAre("Logged in Kivo Center as ann@example.com"));
+    EXPECT_EQ("1001 ann@example.com " + std::string(kAuthKey),
+              User().GetUserId() + " " + User().GetEmail() + " " + User().GetAuthKey());
+  }
+}
+
+TEST(Login, FailureAfterTheYesKeepsWhatWasDoneBefore) {
+  const struct {
+    std::string call;
+    int before, result, code;
+    std::string message;
+  } rows[] = {{"VLIBCFileSetKeyValue", 0, -1, KIVO_ERR_CONFIG_WRITE, "Failed to set user: "},
+              {"VLIBCFileSetKeyValue", 1, -1, KIVO_ERR_CONFIG_WRITE, "Failed to set user: "},
+              {"ConfigManager::Save", 0, 0, KIVO_ERR_SUCCESS, "Failed to add crontab for kivo"},
+              {"VLIBPluginAction", 0, -1, KIVO_ERR_SUCCESS, "VLIBPluginAction failed, action=5"}};
+  for (const Operation& login : Named("password oauth key")) {
+    for (const auto& row : rows) {
+      SCOPED_TRACE(login.name + ": " + row.message + std::to_string(row.before));
+      Bench bench;
+      bench.device.FailAfter(row.call, row.before, row.result);
+      Json::Value response;
+      EXPECT_EQ(row.call == "ConfigManager::Save" ? 0 : -1, login.run(response));
+      EXPECT_EQ(row.code, VARNKIVOErrGet());
+      EXPECT_THAT(bench.device.Logs(), testing::Contains(testing::StartsWith(row.message)));
+      const bool isStored = row.code == KIVO_ERR_SUCCESS;
+      EXPECT_EQ(row.before == 1 || isStored, User().GetUserId() == kUserId);
+      EXPECT_EQ(isStored, User().GetAuthKey() == kAuthKey);
+      const bool isAnnounced = isStored && !(row.call == "VLIBPluginAction" && login.name == "key");
+      EXPECT_EQ(isAnnounced ? 2u : 0u, bench.Steps({"ConfigManager", "VARNLogSet1"}).size());
+    }
+  }
+}
+
+TEST(Login, UnknownApiKeyIsReplacedAndAQueryThatFailsEndsTheKeyLoginOnly) {
+  Json::Value response;
+  for (const Operation& login : Named("password oauth")) {
+    Bench bench;
+    bench.Answer(login.path, R"({"code":"apikey_not_found"})", 400);
+    bench.Answer(kQuery, "", 503);
+    EXPECT_EQ(0, login.run(response));
+    EXPECT_EQ(KIVO_ERR_SEND, VARNKIVOErrGet());
+    EXPECT_TRUE(IsThere(kRecord));
+    const auto requests = bench.cloud.Requests(login.path);
+    ASSERT_EQ(2u, requests.size());
+    EXPECT_EQ(requests[1].Param("api_key") + "\n", ReadFile(kApiKeyFile));
+  }
+  Bench bench;
+  bench.SignIn(301);  // an earlier account's record goes too
+  bench.Answer(kQuery, "", 503);
+  EXPECT_EQ(-1, VARNKIVOAccountLoginByKey(kUserId, kAuthKey, response));
+  EXPECT_EQ(KIVO_ERR_AUTH, VARNKIVOErrGet());
+  EXPECT_FALSE(IsThere(kRecord));
+  EXPECT_THAT(bench.Steps({"VLIBPluginAction", "ConfigManager", "VARNLogSet1"}), IsEmpty());
+}
+
+TEST(Login, RecordAndConfigurationDecideToo) {
+  Json::Value response;
+  Bench bench;
+  WriteFile(kDeviceConf, "kivo_disable_report=\"yes\"\nlanguage=\"" + std::string(40, 'x') + "\"\n");
+  bench.cloud.AnswerAll(200, R"({"code":"good","id":1001})");  // a number will do, and no key is stored as such
+  EXPECT_EQ(0, VARNKIVOAccountOauthLogin(response, kAccessToken));
+  EXPECT_FALSE(IsThere(kCronJob));
+  EXPECT_EQ(std::string(31, 'x'), bench.cloud.Requests().at(0).Param("language"));
+  EXPECT_EQ("1001 ", User().GetUserId() + " " + User().GetAuthKey());
+  bench.SignIn(299);  // the record answers for a query so young, whatever the key
+  bench.cloud->ClearJournal();
+  EXPECT_EQ(0, VARNKIVOAccountLoginByKey(kUserId, "wrong", response));
+  EXPECT_EQ("wrong", response["auth_key"].asString());
+  EXPECT_THAT(bench.cloud.Requests(), IsEmpty());
+}
+
+const std::string kPasswordField = "passwd=correct%20horse%20%26%20%2Bbattery";
+
+TEST(Profile, RegistrationSendsItsFieldsInOrder) {
+  WriteFile("/etc/timezone", "Europe/Berlin\n");
+  for (const char* country : {static_cast<const char*>(nullptr), "DEU", ""}) {
+    Bench bench;
+    WriteFile(kDeviceConf, country ? "language=\"ger\"\n" : "");
+    bench.Answer("*", "good");
+    VARNKIVOErrSet(KIVO_ERR_UNKNOWN);
+    EXPECT_EQ(0, VARNKIVOAccountRegister("a+b@c", kPassword, "Ann & Co", true, false, true, country));
+    EXPECT_EQ(KIVO_ERR_SUCCESS, VARNKIVOErrGet());
+    EXPECT_THAT(bench.Sent(),
+                ElementsAre("POST /device/api/user/register account.kivo.example " + DeviceFields() +
+                            "&email=a%2Bb%40c&" + kPasswordField + "&full_name=Ann%20%26%20Co&serial_no=2040VKN000001" +
+                            "&notify_lang=" + (country ? "ger" : "enu") + "&token=" + DeviceFields().substr(29) +
+                            "&timezone=Europe%2FBerlin&critical_release=true&enews_local_promotion=true&enews=false" +
+                            (country ? std::string("&country=") + country : "")));
+    EXPECT_THAT(bench.device.Calls("CURLOPT_TIMEOUT("), ElementsAre("CURLOPT_TIMEOUT(120)"));
+    EXPECT_FALSE(IsThere(kRecord));
+  }
+}
+
+TEST(Profile, UpdateSendsExactlyWhatWasGiven) {
+  const struct {
+    const char *name, *email, *password, *newPassword, *country, *language, *zone, *list;
+    int enews, release, promotion;
+    std::string sent;
+  } rows[] = {
+      {"Ann", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, -1, -1, -1, "&full_name=Ann"},
+      {nullptr, "e", nullptr, "n", nullptr, nullptr, nullptr, nullptr, -1, -1, -1, ""},
+      {nullptr, "e", kPassword, nullptr, nullptr, nullptr, nullptr, nullptr, -7, 0, 5,
+       "&" + kPasswordField + "&email=e&critical_release=false&enews_local_promotion=true"},
+      {"", "e", kPassword, "n", "DEU", "ger", "UTC", "a,b", 0, 1, 0,
+       "&full_name=&" + kPasswordField + "&email=e&passwd_new=n&passwd_confirmation=n&country=DEU&notify_lang=ger" +
+           "&timezone=UTC&enews=false&critical_release=true&enews_local_promotion=false&critical_version_list=a%2Cb"}};
+  for (const auto& row : rows) {
+    Bench bench;
+    bench.SignIn(0);
+    const std::string record = ReadFile(kRecord);
+    bench.Answer("*", "good, with a tail");
+    EXPECT_EQ(0, VARNKIVOAccountSetInfo(row.name, row.email, row.password, row.newPassword, row.country, row.language,
+                                        row.zone, row.enews, row.release, row.promotion, row.list));
+    EXPECT_EQ("POST /device/api/user/update account.kivo.example " + DeviceFields() +
+                  "&id=1001&auth_key=AuthKey%2B0123456789%2Fabcdef%3D%3D&serial_no=2040VKN000001" + row.sent,
+              bench.Sent().at(0));
+    EXPECT_EQ(record, ReadFile(kRecord));
+  }
+}
+
+TEST(Profile, ANewPasswordIsAnnouncedAndNothingOfThatCanFailIt) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"", ""}, {"notification", "Send notification failed"}, {"query", "VARNKIVOAccountQueryInfo failed, code=4"}};
+  for (const auto& [fails, logged] : rows) {
+    Bench bench;
+    bench.SignIn(fails == "query" ? 300 : 299);  // asked for, or from the record
+    bench.Answer("device/api/user/update", "good");
+    if (fails == "query") bench.Answer(kQuery, "", 503);
+    if (fails == "notification") bench.device.FailNext("VARNSysNotifySendNotifiction");
+    EXPECT_EQ(0, VARNKIVOAccountSetInfo(nullptr, nullptr, kPassword, "new password", nullptr, nullptr, nullptr, -1, -1,
+                                        -1, nullptr));
+    EXPECT_EQ(logged, bench.device.LastLog());
+    EXPECT_EQ(fails.empty() ? R"(KivoPasswordChanged {"%KIVO_ACCOUNT%":"ann@example.com"})" : "", Notification());
+  }
 }
 
 }  // namespace

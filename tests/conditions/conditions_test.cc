@@ -1,5 +1,5 @@
-// The library in processes that are not kind to it: signals, children, threads, a hundred of them at one moment, and
-// much patience. A process for each condition, beside one simulator: what a test does to a process ends with it.
+// The library in processes that are not kind to it: signals, children, threads, and a hundred of them at one moment. A
+// process for each condition, beside one simulator: what a test does to a process ends with it.
 #include <gmock/gmock.h>
 #include <json/value.h>
 #include <signal.h>
@@ -18,7 +18,6 @@
 #include <chrono>
 #include <filesystem>
 #include <thread>
-#include <utility>
 
 #include "cloud.h"
 #include "process.h"
@@ -32,11 +31,9 @@ constexpr char kEmail[] = "ann@example.com", kPassword[] = "correct horse", kSer
 const std::string kFolder = "/usr/varn/etc/varnholt-account/private/", kRecord = kFolder + "user.conf";
 const std::string kTokenFile = kFolder + "lum_token.json";
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kOwnMemory = false;  // the memory is the sanitizer's
+#ifdef __SANITIZE_ADDRESS__
 constexpr int kTimes = 1;
 #else
-constexpr bool kOwnMemory = true;
 constexpr int kTimes = 5;
 #endif
 
@@ -210,36 +207,6 @@ TEST(Tokens, ManyProcessesRenewOnceAtExpiryAndAskOnceForAPackagesFirst) {
   cloud.ClearJournal();
   ExpectTheSameInManyProcesses(64, PackageToken);
   EXPECT_EQ(3u, cloud.Requests().size());
-}
-
-TEST(Soak, MonthsOfRenewalsAndRequestsLoseNoneAndLeaveNothingBehind) {
-  constexpr int kCount = 200 * kTimes;
-  auto& cloud = FreshCloud(true);
-  cloud.SetTokenLifetime(std::chrono::seconds(-1));
-  EXPECT_EQ("0 failed, descriptors +0, memory flat", InChild([] {
-              std::string last;
-              int failed = 0;
-              std::size_t descriptors = 0;
-              long before = 0;
-              const auto resident = [] {  // KiB
-                long pages[2] = {};
-                std::sscanf(ReadFile("/proc/self/statm").c_str(), "%ld %ld", &pages[0], &pages[1]);
-                return pages[1] * sysconf(_SC_PAGESIZE) / 1024;
-              };
-              for (int i = 0; i < kCount; ++i) {
-                if (i == kCount / 10) {
-                  descriptors = OpenDescriptors();
-                  before = resident();
-                }
-                const std::string earlier = std::exchange(last, Token());
-                failed += last.find("at-") != 0 || last == earlier || Query() != "query 0 0";
-              }
-              const long grown = kOwnMemory ? resident() - before : 0;
-              return std::to_string(failed) + " failed, descriptors +" +
-                     std::to_string(OpenDescriptors() - descriptors) + ", memory " +
-                     (grown <= 256 ? "flat" : "+" + std::to_string(grown) + " KiB");
-            }));
-  EXPECT_EQ(0u + kCount, cloud.TokenRequests()["refresh_token"].granted);
 }
 
 }  // namespace
