@@ -44,7 +44,7 @@ TEST(HostileServer, AWrongCertificateGetsNoByteOfTheRequest) {
 
 TEST(HostileServer, EachConnectionIsCheckedAnew) {
   FakePlatform device;
-  device.ShortenTimeOuts(15);
+  device.ShortenTimeOuts(5);
   Cloud cloud;
   cloud.AnswerAll(200, "{}");
   cloud->QueueFault("*", Fault::NeverAnswer());

@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <utime.h>
 
+#include <sstream>
 #include <thread>
 
 #include "cloud.h"
@@ -209,7 +210,7 @@ TEST(Attempts, ResolutionAndTimeOutAreTriedAgainTheLastTimeOverIPv4) {
 
 TEST(Attempts, HalfABodyIsNeverAnAnswerNorPartOfTheNext) {
   FakePlatform device;
-  device.ShortenTimeOuts(15);
+  device.ShortenTimeOuts(5);
   Cloud cloud;
   cloud.AnswerAll(200, "half of it is here");
   auto stalls = kivosim::Fault::CutBody(4, kivosim::Framing::kLength, kivosim::End::kSilence);
@@ -231,7 +232,7 @@ TEST(FailingStep, GivesItsCodeAndMessageShowsNoSecretAndSendsNothing) {
   ASSERT_EQ(0, VLIBLuinfoUserAgentGet("kivo", agent, sizeof agent));
   const std::string option = CurlError(48, "Failed to set curl opt error:(%d)%s"), timeOut = "ailed to set time-out, ";
   const struct {
-    const char* call;
+    const char* calls;
     int before;  // calls that succeed
     std::string message;
     const char* source = "kivo_https_req_send";
@@ -243,25 +244,17 @@ TEST(FailingStep, GivesItsCodeAndMessageShowsNoSecretAndSendsNothing) {
       {"VLIBCSzHashEnumKey", 0, "no key in the hash, ERR=[0x0700 fake.c:1]"},
       {"curl_easy_escape", 0, "URL encoding failed: 2040VKN000001"},
       {"curl_easy_escape", 2, "URL encoding failed: 1001"},
-      {"CURLOPT_POST", 0, url + ", Failed to set POST parameters, " + error},
-      {"CURLOPT_POSTFIELDS", 0, url + ", Failed to set POST parameters, " + error},
-      {"CURLOPT_URL", 0, "Failed to set url to " + url + ", " + error},
-      {"CURLOPT_FOLLOWLOCATION", 0, "Failed to set url to " + url + ", " + error},
+      {"CURLOPT_POST CURLOPT_POSTFIELDS", 0, url + ", Failed to set POST parameters, " + error},
+      {"CURLOPT_URL CURLOPT_FOLLOWLOCATION", 0, "Failed to set url to " + url + ", " + error},
       {"CURLOPT_USERAGENT", 0, std::string("failed to set agent=") + agent + ", " + value},
       {"CURLOPT_HTTPHEADER", 0, "failed to set req=" + url + ", header=Host: " + kHost + ", " + value},
-      {"CURLOPT_SSL_VERIFYPEER", 0, option},
-      {"CURLOPT_SSL_VERIFYHOST", 0, option},
-      {"CURLOPT_CAINFO", 0, option},
-      {"CURLOPT_SSLVERSION", 0, option},
+      {"CURLOPT_SSL_VERIFYPEER CURLOPT_SSL_VERIFYHOST CURLOPT_CAINFO CURLOPT_SSLVERSION", 0, option},
       {"VLIBCStrCat", 4, "Fail to concat string"},  // the token's texts come first
-      {"CURLOPT_IPRESOLVE", 0, "?"},
-      {"curl_slist_append", 0, "?"},
+      {"CURLOPT_IPRESOLVE CURLOPT_MAXREDIRS CURLOPT_PROTOCOLS_STR CURLOPT_REDIR_PROTOCOLS_STR curl_slist_append", 0,
+       "?"},
       {"curl_easy_escape", 3, "?"},  // the password, and a parameter that holds one
       {"curl_easy_escape", 4, "?"},
-      {"CURLOPT_PROTOCOLS_STR", 0, "?"},
-      {"CURLOPT_REDIR_PROTOCOLS_STR", 0, "?"},
-      {"CURLOPT_LOW_SPEED_LIMIT", 0, "F" + timeOut + value, "kivo_https_req_send", true},
-      {"CURLOPT_LOW_SPEED_TIME", 0, "F" + timeOut + value, "kivo_https_req_send", true},
+      {"CURLOPT_LOW_SPEED_LIMIT CURLOPT_LOW_SPEED_TIME", 0, "F" + timeOut + value, "kivo_https_req_send", true},
       {"CURLOPT_CONNECTTIMEOUT", 0, "f" + timeOut + value, "kivo_https_req_send", true},
       {"CURLOPT_TIMEOUT", 0, "f" + timeOut + value},
       {"CURLOPT_WRITEFUNCTION", 0, "failed to write function WriteMemoryCallback, " + value},
@@ -270,26 +263,27 @@ TEST(FailingStep, GivesItsCodeAndMessageShowsNoSecretAndSendsNothing) {
        true},
   };
   for (const auto& step : steps) {
-    SCOPED_TRACE(std::string(step.call) + " " + std::to_string(step.before));
-    FakePlatform device;
-    device.MustNotLog("canary");
-    device.MustNotLog("a0a4056d043cce20c29fb87ea073c540");  // the token
-    Cloud cloud;
-    cloud.AnswerAll(200, "{}");
-    ASSERT_EQ(0, utime("/etc/ssl/certs/ca-certificates.crt", nullptr));  // a handle is made anew for a new bundle
-    device.FailAfter(step.call, step.before);
-    KivoRequest request{{{"passwd", "canary"}}};
-    request.accountId = "1001";
-    request.password = "canary";
-    const Answer answer = request.Send();
-    EXPECT_EQ(step.sent ? 0 : -1, answer.result);
-    EXPECT_EQ(step.sent ? 99 : KIVO_ERR_SEND, answer.code);
-    EXPECT_EQ(step.sent ? 200 : 0, answer.status);
-    if (step.message != "?") {
-      EXPECT_EQ(step.source + (" " + step.message), device.LastLine());
+    std::istringstream calls(step.calls);
+    for (std::string call; calls >> call;) {
+      SCOPED_TRACE(call + " " + std::to_string(step.before));
+      FakePlatform device;
+      device.MustNotLog("canary");
+      device.MustNotLog("a0a4056d043cce20c29fb87ea073c540");  // the token
+      Cloud cloud;
+      cloud.AnswerAll(200, "{}");
+      ASSERT_EQ(0, utime("/etc/ssl/certs/ca-certificates.crt", nullptr));  // a handle is made anew for a new bundle
+      device.FailAfter(call, step.before);
+      KivoRequest request{{{"passwd", "canary"}}};
+      request.accountId = "1001";
+      request.password = "canary";
+      const Answer answer = request.Send();
+      EXPECT_EQ(step.sent ? 0 : -1, answer.result);
+      EXPECT_EQ(step.sent ? 99 : KIVO_ERR_SEND, answer.code);
+      EXPECT_EQ(step.sent ? 200 : 0, answer.status);
+      EXPECT_TRUE(step.message == "?" || device.LastLine() == step.source + (" " + step.message)) << device.LastLine();
+      EXPECT_GE(1u, device.Lines().size());
+      EXPECT_EQ(step.sent ? 1u : 0u, cloud.Requests().size());
     }
-    EXPECT_GE(1u, device.Lines().size());
-    EXPECT_EQ(step.sent ? 1u : 0u, cloud.Requests().size());
   }
 }
 
