@@ -17,22 +17,12 @@
 #include "account_bench.h"
 
 using namespace accounttest;
-using namespace testsupport;
 using varnkivo::User;
 using Info = _tag_kivo_INFO_;
 
 namespace {
 
-int CodeOf(const std::function<void()>& work) {
-  try {
-    work();
-  } catch (const varnkivo::KivoException& error) {
-    return error.GetCode();
-  }
-  return KIVO_ERR_SUCCESS;
-}
-
-TEST(Record, MissingFileMissingKeyAndEmptyValueReadAsTheDefault) {
+TEST(Record, WhatIsMissingEmptyOrNoneOfItsWordsReadsAsTheDefault) {
   FakePlatform device;
   for (const char* pairs :
        {"", "country=", "kivoID=|report_cron_timestring=|realname_validation_pass=|last_query_time="}) {
@@ -42,10 +32,6 @@ TEST(Record, MissingFileMissingKeyAndEmptyValueReadAsTheDefault) {
     EXPECT_EQ("~ 9~16 * * 1~5", User().GetReportCronTimestring());
     EXPECT_EQ(0, User().GetLastQueryTime());
   }
-}
-
-TEST(Record, FlagsKnowTwoWordsAndNumbersAreWholeOrTheDefault) {
-  FakePlatform device;
   for (const auto& [value, flag] :
        {std::pair("yes", true), {"true", true}, {"TRUE", false}, {"yes ", false}, {"1", false}}) {
     WriteRecord(Lines(std::string("activated=") + value + "|realname_validation_pass=" + value));
@@ -59,20 +45,14 @@ TEST(Record, FlagsKnowTwoWordsAndNumbersAreWholeOrTheDefault) {
 
 TEST(Record, EverySetLeavesModeAndOwnerAlsoWhenTheWriteFails) {
   FakePlatform device;
-  for (const mode_t mask : {0, 0777}) {
-    const mode_t before = umask(mask);
-    unlink(kRecord);
-    User().SetName("Ann");
-    umask(before);
-    EXPECT_EQ("0600 934:934", ModeAndOwner(kRecord));
-  }
+  device.MustNotLog("0123456789-not-in-the-log");
   for (const bool fails : {false, true}) {
-    ASSERT_TRUE(chmod(kRecord, 0644) == 0 && chown(kRecord, 1000, 1000) == 0);
-    EXPECT_EQ("Ann", User().GetName());  // read whatever mode and owner are
+    const mode_t before = umask(fails ? 0777 : 0);
+    EXPECT_TRUE(!fails || (chmod(kRecord, 0644) == 0 && chown(kRecord, 1000, 1000) == 0));
     if (fails) device.FailNext("VLIBCFileSetKeyValue");
-    device.MustNotLog("0123456789-not-in-the-log");
-    EXPECT_EQ(fails ? KIVO_ERR_CONFIG_WRITE : KIVO_ERR_SUCCESS,
-              CodeOf([] { User().SetAuthKey("0123456789-not-in-the-log"); }));
+    const std::string result = Result([] { return User().SetAuthKey("0123456789-not-in-the-log"), "set"; });
+    umask(before);
+    EXPECT_EQ(fails ? "code 19" : "set", result.substr(0, 7));
     EXPECT_EQ("0600 934:934", ModeAndOwner(kRecord));
   }
   EXPECT_EQ("3 user:379 Failed to set kivo config for lu_auth_key:0123456789\n", Transcript(device));
@@ -80,69 +60,51 @@ TEST(Record, EverySetLeavesModeAndOwnerAlsoWhenTheWriteFails) {
 
 constexpr char kContent[] = "kivoID=\"a@b\"\nkivoIDSerial=\"1001\"\nlu_auth_key=\"key\"\n";
 
-/// Result, ids afterwards, traced changes and then errors of one access.
-std::string Try(const FakePlatform& device, bool set) {
-  std::string result = "set", changes, errors;
-  const int code = CodeOf([&] {
-    if (set) return User().SetEmail("c@d");
-    result = User().GetEmail();
-  });
-  if (code != 0) result = "code " + std::to_string(code);
-  std::istringstream lines(Transcript(device));
-  for (std::string line; std::getline(lines, line);) (line.rfind("39 ", 0) == 0 ? changes : errors) += line + "\n";
-  return result + "\n" + Ids() + "\n" + changes + errors;
-}
-
 TEST(RecordIds, RaisedForOtherUsersOnlyAndPutBackWhateverFails) {
-  // Effective ids, ids afterwards, changes traced, and where one fails: the call, how many before, which, what is said.
-  for (const Json::Value& row : ParseJson(R"ids([
-      [0, 0, "0,0,0 0,0,0", []], [934, 934, "934,934,0 934,934,0", []],
-      [1000, 1000, "1000,1000,0 1000,1000,0", ["gid(-1, 0, -1)", "uid(-1, 0, -1)", "gid(-1, 1000, -1)", "uid(-1, 1000, -1)"]],
-      [1000, 1000, "1000,1000,0 1000,1000,0", [], "setresgid", 0, "gid(-1, 0, -1)", "ENTERCriticalSection"],
-      [1000, 1000, "1000,1000,0 1000,1000,0", ["gid(-1, 0, -1)", "gid(-1, 1000, -1)"],
-       "setresuid", 0, "uid(-1, 0, -1)", "ENTERCriticalSection"],
-      [1000, 1000, "1000,1000,0 1000,0,0", ["gid(-1, 0, -1)", "uid(-1, 0, -1)", "uid(-1, 1000, -1)"],
-       "setresgid", 1, "gid(-1, 1000, -1)", "LEAVECriticalSection"],
-      [1000, 1000, "1000,0,0 1000,1000,0", ["gid(-1, 0, -1)", "uid(-1, 0, -1)", "gid(-1, 1000, -1)"],
-       "setresuid", 1, "uid(-1, 1000, -1)", "LEAVECriticalSection"]])ids")) {
+  const std::string in = "WARNING: setresgid(-1, 0, -1)|WARNING: setresuid(-1, 0, -1)|";
+  const std::string denied = " [Operation not permitted]|ERROR: ", ids = "1000,1000,0 1000,1000,0";
+  const struct {
+    uid_t id;
+    std::string ids, traced;  // afterwards, and in between
+    const char* call = "";    // that fails, after `before` others
+    int before = 0;
+  } rows[] = {
+      {0, "0,0,0 0,0,0", ""},
+      {934, "934,934,0 934,934,0", ""},
+      {1000, ids, in + "WARNING: setresgid(-1, 1000, -1)|WARNING: setresuid(-1, 1000, -1)|"},
+      {1000, ids, "ERROR: setresgid(-1, 0, -1)" + denied + "ENTERCriticalSection|", "setresgid"},
+      {1000, ids,
+       "WARNING: setresgid(-1, 0, -1)|ERROR: setresuid(-1, 0, -1)" + denied +
+           "ENTERCriticalSection|WARNING: setresgid(-1, 1000, -1)|",
+       "setresuid"},
+      {1000, "1000,1000,0 1000,0,0",
+       in + "ERROR: setresgid(-1, 1000, -1) [Operation not permitted]|WARNING: setresuid(-1, 1000, -1)|" +
+           "ERROR: LEAVECriticalSection|",
+       "setresgid", 1},
+      {1000, "1000,0,0 1000,1000,0",
+       in + "WARNING: setresgid(-1, 1000, -1)|ERROR: setresuid(-1, 1000, -1)" + denied + "LEAVECriticalSection|",
+       "setresuid", 1}};
+  for (const auto& row : rows)
     for (const bool set : {false, true}) {
+      SCOPED_TRACE(row.traced);
       FakePlatform device;
       WriteRecord(kContent);
-      const bool fails = row.size() > 4, stopped = fails && row[7] == "ENTERCriticalSection";
-      const std::string at = set ? " user:379 " : " user:340 ";
-      std::string expected = (stopped ? "code 6\n" : set ? "set\n" : "a@b\n") + row[2].asString() + "\n";
-      for (const Json::Value& change : row[3]) expected += "39" + at + "WARNING: setres" + change.asString() + "\n";
-      if (fails) {
-        expected += "35" + at + "ERROR: setres" + row[6].asString() + " [Operation not permitted]\n";
-        expected += "35" + at + "ERROR: " + row[7].asString() + "\n";
+      const bool stopped = row.traced.find("ENTER") != std::string::npos;
+      const std::string failed = set ? "Failed to change permission|" : "Change permission failed|";
+      std::string expected = (stopped ? "code 6" : set ? "set" : "a@b") + ("\n" + row.ids + "\n"), line;
+      for (std::istringstream lines(row.traced + (stopped ? failed : "")); std::getline(lines, line, '|');) {
+        const char* const priority = line[0] == 'W' ? "39" : line[0] == 'E' ? "35" : "3";
+        expected += priority + std::string(set ? " user:379 " : " user:340 ") + line + "\n";
       }
-      if (stopped) expected += "3" + at + (set ? "Failed to change permission\n" : "Change permission failed\n");
-      EXPECT_EQ(expected, AsUser(row[0].asUInt(), row[1].asUInt(), 0, [&] {
-                  if (fails) device.FailAfter(row[4].asString(), row[5].asInt());
-                  return Try(device, set);
+      EXPECT_EQ(expected, AsUser(row.id, row.id, 0, [&] {
+                  if (*row.call) device.FailAfter(row.call, row.before);
+                  const auto access = [&] { return set ? (User().SetEmail("c@d"), "set") : User().GetEmail(); };
+                  const std::string result = Result(access);
+                  return result.substr(0, result.find(':')) + "\n" + Ids() + "\n" + Transcript(device);
                 }));
       EXPECT_EQ(set && !stopped, ReadFile(kRecord) != kContent);
       EXPECT_EQ("0600 934:934", ModeAndOwner(kRecord));
     }
-  }
-}
-
-TEST(RecordIds, UserWithoutAWayToRootChangesNothing) {
-  FakePlatform device;
-  WriteRecord(kContent);
-  EXPECT_EQ("code 6 code 6 -1 6 -1 6 no job", AsUser(1000, 1000, 1000, [&] {
-              Info info = {};
-              std::string out = Try(device, false).substr(0, 6) + " " + Try(device, true).substr(0, 6);
-              for (const auto& call : {+[](Info* to) { return VARNKIVOAccountGet(to); },
-                                       +[](Info* from) { return VARNKIVOAccountSet(from); }}) {
-                VARNKIVOErrSet(0);
-                const int result = call(&info);
-                out += " " + std::to_string(result) + " " + std::to_string(VARNKIVOErrGet());
-              }
-              return out + (VARNKIVOAccountRegisterCrond() ? " a job" : " no job");
-            }));
-  EXPECT_EQ(kContent, ReadFile(kRecord));
-  EXPECT_FALSE(IsThere(kCronJob));
 }
 
 // What VARNKIVOAccountSet writes of FullInfo(), in this order.
@@ -155,25 +117,6 @@ constexpr std::size_t kCount = 15, kIdentity = 3;
 std::unique_ptr<Info> FullInfo(int lastQueryTime) {
   return std::unique_ptr<Info>(new Info{"ann@example.com", "password", "1001", "auth key", "Ann", "DEU",
                                         "Europe/Berlin", "ger", "a,c", "a,b,c", 1, 0, 1, 1, 0, lastQueryTime});
-}
-
-TEST(AccountInfo, GetAndSetRefuseNullAndGetNeedsAuthKeyAndUserId) {
-  FakePlatform device;
-  for (const bool set : {false, true}) {
-    VARNKIVOErrSet(0);
-    EXPECT_EQ(-1, set ? VARNKIVOAccountSet(nullptr) : VARNKIVOAccountGet(nullptr));
-    EXPECT_EQ(KIVO_ERR_BAD_PARAM, VARNKIVOErrGet());
-  }
-  auto info = FullInfo(5), before = FullInfo(5);
-  device.FailNext("VLIBCSzHashAlloc");  // memory that runs out becomes a code
-  EXPECT_EQ(-1, VARNKIVOAccountGet(info.get()));
-  EXPECT_EQ(KIVO_ERR_SYSTEM, VARNKIVOErrGet());
-  for (const char* record : {"", "kivoID=\"a@b\"\nlu_auth_key=\"k\"\n", "kivoIDSerial=\"1\"\n"}) {
-    WriteRecord(record);
-    EXPECT_EQ(-1, VARNKIVOAccountGet(info.get())) << record;
-    EXPECT_EQ(KIVO_ERR_NO_ACCOUNT, VARNKIVOErrGet()) << record;
-    EXPECT_EQ(0, std::memcmp(info.get(), before.get(), sizeof(Info))) << record;
-  }
 }
 
 TEST(AccountInfo, GetFillsEveryFieldButThePasswordAndCutsWhatDoesNotFit) {
@@ -193,6 +136,13 @@ TEST(AccountInfo, GetFillsEveryFieldButThePasswordAndCutsWhatDoesNotFit) {
     EXPECT_EQ(text.substr(0, 1023), field);
   for (const char* field : {info->country, info->timezone, info->notifyLanguage}) EXPECT_EQ(text.substr(0, 255), field);
   EXPECT_STREQ("password", info->password);
+  const Info before = *info;
+  for (const char* record : {"", "kivoID=\"a@b\"\nlu_auth_key=\"k\"\n", "kivoIDSerial=\"1\"\n"}) {
+    WriteRecord(record);
+    EXPECT_EQ(-1, VARNKIVOAccountGet(info.get())) << record;
+    EXPECT_EQ(KIVO_ERR_NO_ACCOUNT, VARNKIVOErrGet()) << record;
+    EXPECT_EQ(0, std::memcmp(info.get(), &before, sizeof(Info))) << record;
+  }
 }
 
 TEST(AccountInfo, SetWritesTheIdentityAndTheProfileOnlyWithAQueryTimeUpToAWriteThatFails) {
@@ -218,93 +168,38 @@ TEST(AccountInfo, SetWritesTheIdentityAndTheProfileOnlyWithAQueryTimeUpToAWriteT
 constexpr int kStatus = 0xff00;  // of _exit(-1), whatever happened
 constexpr char kSeen[] = "/tmp/plug-in.seen", kGroup[] = "/sys/fs/cgroup/systemd/cgroup.procs";
 
-/// A signed-in device with a plug-in that writes down the event, the action and whether the record is there, takes its
-/// time, and fails at `failingAction`.
-struct SignedIn {
-  explicit SignedIn(int failingAction = 0) {
-    WriteRecord("kivoID=\"a@b\"\n");
-    const std::string folder = "/usr/varn/lib/plugins/kivo/kivo/logout", script = folder + "/10-witness";
-    std::filesystem::create_directories(folder);
-    std::filesystem::remove(kSeen);
-    WriteFile(script, std::string("#!/bin/sh\ntest -e ") + kRecord + " && record=there || record=gone\n" +
-                          "echo $VARN_PLUGIN_EVENT $VARN_PLUGIN_ACTION $record >>" + kSeen +
-                          "\nsleep 0.05\ntest $VARN_PLUGIN_ACTION != " + std::to_string(failingAction) + "\n");
-    EXPECT_EQ(0, chmod(script.c_str(), 0755));
-  }
-  ~SignedIn() { device.StopFailing(); }  // what was to fail did so in the child
-  FakePlatform device;
-};
-
 TEST(Removal, StepsAreDoneInOrderAndTheCallerLogsWhatFailed) {
   const std::string pre = "kivo/logout 4 there\n", both = pre + "kivo/logout 5 gone\n", at = "3 kivo_config_remove:";
-  struct Row {
+  const struct {
     std::string call;  // that fails; or the plug-in itself, at `action`
     int action;
     std::string lines, seen;
-    bool isThere;
-  };
-  for (const Row& row :
-       {Row{"", 0, "", both, false}, Row{"VLIBPluginSDKInit", 0, at + "53 VLIBPluginSDKInit failed\n", "", true},
-        Row{"", 4, at + "59 VLIBPluginAction failed, action=4\n", pre, true},
-        Row{"", 5, at + "75 VLIBPluginAction failed, action=5\n", both, false}}) {
+    bool isThere, hasGroup;
+  } rows[] = {{"", 0, "", both, false, true},
+              {"", 0, at + "32 Failed to write " + kGroup + ", reason=No such file or directory\n", both, false, false},
+              {"VLIBPluginSDKInit", 0, at + "53 VLIBPluginSDKInit failed\n", "", true, true},
+              {"", 4, at + "59 VLIBPluginAction failed, action=4\n", pre, true, true},
+              {"", 5, at + "75 VLIBPluginAction failed, action=5\n", both, false, true}};
+  const std::string folder = "/usr/varn/lib/plugins/kivo/kivo/logout", script = folder + "/10-witness";
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.lines);
-    SignedIn bench(row.action);
-    WriteFile(kGroup, "");
-    if (!row.call.empty()) bench.device.FailNext(row.call);
+    FakePlatform device;
+    std::filesystem::create_directories(folder);
+    WriteRecord("kivoID=\"a@b\"\n");
+    WriteFile(script, std::string("#!/bin/sh\ntest -e ") + kRecord + " && record=there || record=gone\n" +
+                          "echo $VARN_PLUGIN_EVENT $VARN_PLUGIN_ACTION $record >>" + kSeen +
+                          "\nsleep 0.05\ntest $VARN_PLUGIN_ACTION != " + std::to_string(row.action) + "\n");
+    EXPECT_EQ(0, chmod(script.c_str(), 0755));
+    for (const char* path : {kSeen, kGroup}) std::filesystem::remove(path);
+    if (row.hasGroup) WriteFile(kGroup, "");
+    if (!row.call.empty()) device.FailNext(row.call);
     EXPECT_EQ(kStatus, VARNKIVOAccountRemove());
-    EXPECT_EQ(row.lines, Transcript(bench.device));
+    EXPECT_EQ(row.lines, Transcript(device));
     EXPECT_EQ(row.seen, ReadFile(kSeen));
     EXPECT_EQ(row.isThere, IsThere(kRecord));
-    EXPECT_EQ("0", ReadFile(kGroup));  // the child has left the caller's control group
+    EXPECT_EQ(row.hasGroup ? "0" : "", ReadFile(kGroup));  // the child has left the caller's control group
+    device.StopFailing();                                  // what was to fail did so in the child
   }
-  std::filesystem::remove(kGroup);  // where there is no such group the rest is done all the same
-  const SignedIn bench;
-  EXPECT_EQ(kStatus, VARNKIVOAccountRemove());
-  EXPECT_FALSE(IsThere(kRecord));
-}
-
-TEST(Removal, RaisesItsIdsOrKeepsTheRecord) {
-  for (const id_t saved : {1000u, 0u}) {
-    SignedIn bench;
-    const std::string seen = AsUser(1000, 1000, saved, [&] {
-      const int status = VARNKIVOAccountRemove();
-      return std::to_string(status) + "\n" + Ids() + "\n" + Transcript(bench.device);
-    });
-    const std::string ids = "1000,1000," + std::to_string(saved),
-                      denied = "3 kivo_config_remove:69 Change permission failed";
-    EXPECT_THAT(seen, testing::StartsWith("65280\n" + ids + " " + ids + "\n"));
-    EXPECT_EQ(saved != 0, seen.find("\n" + denied + "\n") != std::string::npos) << seen;
-    EXPECT_EQ(saved != 0, IsThere(kRecord));
-  }
-}
-
-TEST(Removal, StatusIsMinusOneWithoutAChildToWaitFor) {
-  SignedIn bench;
-  bench.device.FailNext("VLIBCProcFork");
-  EXPECT_EQ(-1, VARNKIVOAccountRemove());
-  EXPECT_TRUE(IsThere(kRecord));
-  std::signal(SIGCHLD, SIG_IGN);  // the kernel reaps the children of such a caller
-  EXPECT_EQ(-1, VARNKIVOAccountRemove());
-  std::signal(SIGCHLD, SIG_DFL);
-}
-
-TEST(ReportJob, RunsTheToolAsRootAtTheSchedule) {
-  const std::string command = " root /usr/varn/bin/varnkivo --report_info\n";
-  FakePlatform device;
-  ASSERT_TRUE(VARNKIVOAccountRegisterCrond());
-  EXPECT_THAT(ReadFile(kCronJob), testing::ContainsRegex("\n[1-5]?[0-9] (9|1[0-6]) [*] [*] [1-5]" + command));
-  User().SetReportCronTimestring("30 4 * * 2");
-  ASSERT_TRUE(VARNKIVOAccountRegisterCrond());
-  EXPECT_THAT(ReadFile(kCronJob), testing::EndsWith("\n30 4 * * 2" + command));
-  const std::string before = ReadFile(kCronJob);
-  for (const char* schedule : {"0 9 * * 1\n* * * * * root id", "0 9 * * 1 root id #", "@reboot"}) {
-    User().SetReportCronTimestring(schedule);
-    EXPECT_FALSE(VARNKIVOAccountRegisterCrond()) << schedule;
-    EXPECT_EQ(before, ReadFile(kCronJob)) << schedule;
-  }
-  device.FailNext("ConfigManager::Remove", 1, 0);
-  EXPECT_FALSE(VARNKIVOAccountUnregisterCrond());
-  EXPECT_TRUE(IsThere(kCronJob) && VARNKIVOAccountUnregisterCrond() && !IsThere(kCronJob));
 }
 
 }  // namespace

@@ -8,12 +8,10 @@
 
 #include <filesystem>
 
-#include "process.h"
-#include "token_bench.h"
+#include "pkce_bench.h"
 
-using namespace tokentest;
+using namespace pkcetest;
 using kivosim::Fault;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -23,16 +21,12 @@ using varnkivo::PackagePkceClient;
 
 namespace {
 
-constexpr char kCache[] = "/tmp/account_photos_pkce_client.conf", kPhotos[] = "photos_token.json";
-constexpr char kConfigPath[] = "oauth2/api/v1/device/package/config/pkce/client";
-constexpr char kPackageGrant[] = "oauth2/api/v1/device/package/authorization_code/grant";
-constexpr char kWatchGrant[] = "oauth2/api/v1/device/pulsewatch/authorization_code/grant";
 constexpr int kThirtyHours = 108000;
 
 /// Signed in with a good token of the device, and nothing yet of a package.
-struct PackageBench : TokenBench {
+struct PackageBench : Bench {
   PackageBench() {
-    for (const char* path : {kCache, "/tmp/account_pulsewatch_pkce_client.conf"}) unlink(path);
+    for (const char* path : {kCache, kWatchCache}) unlink(path);
     SignIn(0);
     deviceToken = StoreTokens(0).accessToken;
   }
@@ -49,137 +43,95 @@ struct PackageBench : TokenBench {
     cloud->ClearJournal();
     return paths;
   }
-  /// Gives the cached configuration another member; null takes it away.
-  void ChangeCache(const char* name, const Json::Value& value) const {
-    Json::Value config = ParseJson(ReadFile(kCache));
-    config.removeMember(name);
-    if (!value.isNull()) config[name] = value;
-    WriteFile(kCache, JsonText(config));
-  }
 };
 
-std::string FileText(const char* name) { return ReadFile(std::string(kPrivateFolder) + "/" + name); }
+Json::Value Stored(const std::string& name) {
+  return ParseJson(ReadFile(std::string(kPrivateFolder) + "/" + name + "_token.json"));
+}
 
 TEST(Package, FirstUseIsOneConfigurationOneGrantAndOneExchange) {
   PackageBench bench;
   const std::string token = bench.Token();
-  EXPECT_EQ(ParseJson(FileText(kPhotos))["access_token"].asString(), token);
-  EXPECT_EQ("0600 934:934", ModeAndOwner(std::string(kPrivateFolder) + "/" + kPhotos));
+  EXPECT_EQ(Stored("photos")["access_token"].asString(), token);
+  EXPECT_EQ("0600 934:934", ModeAndOwner(std::string(kPrivateFolder) + "/photos_token.json"));
   EXPECT_EQ("0644 934:934", ModeAndOwner(kCache));
   const Json::Value config = ParseJson(ReadFile(kCache));
   EXPECT_EQ(kNow, config["created_at"].asInt64());
-  const auto requests = bench.cloud.Requests();
-  ASSERT_EQ(3u, requests.size());
-  EXPECT_EQ("GET /oauth2/api/v1/device/package/config/pkce/client?package_name=photos account.kivo.example",
-            requests[0].method + " " + requests[0].target + " " + requests[0].host);
-  for (const auto& request : {requests[0], requests[1]})
-    EXPECT_THAT(request.raw, HasSubstr("\r\nAuthorization: Bearer " + bench.deviceToken + "\r\n"));
-  EXPECT_EQ("POST /" + std::string(kPackageGrant), requests[1].method + " " + requests[1].target);
-  EXPECT_THAT(requests[1].raw, HasSubstr("\r\nX-Client-ID: " + config["client_id"].asString() + "\r\n"));
-  std::vector<std::string> expected = {"client_id=" + config["client_id"].asString(),
-                                       "redirect_url=" + config["login_redirect_uri"].asString(),
-                                       "state=" + std::to_string(kNow), "code_challenge"};
-  for (const char* scope : {"openid", "offline_access", "profile", "email"})
-    expected.push_back(std::string("scopes[]=") + scope);
-  auto form = Texts(requests[1].form);
-  ASSERT_EQ(expected.size(), form.size());
-  EXPECT_THAT(form[3], MatchesRegex("code_challenge=[A-Za-z0-9_-]{43}"));
-  form[3] = "code_challenge";
-  EXPECT_EQ(expected, form);
-  EXPECT_EQ("/oauth2/token", requests[2].path);
+  EXPECT_THAT(bench.Sent().at(1),
+              MatchesRegex("POST /" + std::string(kPackageGrant) +
+                           " account.kivo.example client_id=" + config["client_id"].asString() +
+                           "&redirect_url=https[^&]+&state=1800000000&code_challenge=" +
+                           "[^&]{43}&scopes..=openid&scopes..=offline_access&scopes..=profile&scopes..=email"));
+  for (const char* path : {kConfigPath, kPackageGrant})
+    EXPECT_THAT(bench.cloud.Requests(path).at(0).raw, HasSubstr("\r\nAuthorization: Bearer " + bench.deviceToken));
   EXPECT_THAT(bench.cloud->Complaints(), IsEmpty());
-  bench.cloud->ClearJournal();
+  EXPECT_THAT(bench.Asked(), ElementsAre(kConfigPath, kPackageGrant, kTokenPath));
 
   unlink(kCache);  // a restart
   EXPECT_EQ(token, bench.Token());
-  EXPECT_EQ(ParseJson(FileText(kPhotos))["id_token"].asString(), bench.photos.GetIdToken());
+  EXPECT_EQ(Stored("photos")["id_token"].asString(), bench.photos.GetIdToken());
   EXPECT_THAT(bench.Asked(), IsEmpty());
   bench.photos.ForceRenewToken();
   EXPECT_NE(token, bench.Token());
   EXPECT_THAT(bench.Asked(), ElementsAre(kConfigPath, kPackageGrant, kTokenPath));
 }
 
-TEST(Package, AConfigurationIsGoodForThirtyHours) {
-  PackageBench bench;
-  bench.Token();
-  const Json::Value rows[] = {kNow - kThirtyHours, kNow - kThirtyHours - 1, Json::Value(), "1800000000", 1e30};
-  for (const Json::Value& createdAt : rows) {
-    SCOPED_TRACE(createdAt.toStyledString());
-    bench.ChangeCache("created_at", createdAt);
-    bench.Asked();
-    bench.photos.ForceRenewToken();
-    EXPECT_EQ(createdAt == rows[0] ? 0u : 1u, bench.cloud.Requests(kConfigPath).size());
-    EXPECT_EQ(createdAt == rows[0] ? kNow - kThirtyHours : kNow, ParseJson(ReadFile(kCache))["created_at"].asInt64());
-  }
-}
-
 TEST(Package, APlantedConfigurationIsReplacedAndNobodyElseAsked) {
-  const std::string planted = JsonText([] {
-    Json::Value config;
-    config["token_endpoint"] = "https://payment.kivo.example/steal";
-    config["created_at"] = static_cast<Json::Int64>(kNow);
-    return config;
-  }());
+  const std::string planted = R"({"created_at":1800000000,"token_endpoint":"https://payment.kivo.example/steal"})";
   const std::string other = "/tmp/planted";
-  const auto clear = [&] {
-    for (const char* path : {kCache, other.c_str()}) std::filesystem::remove_all(path);
-  };
-  for (const std::string kind :
-       {"another user's", "writable", "group-writable", "hard link", "link", "fifo", "text", "folder"}) {
-    SCOPED_TRACE(kind);
-    clear();
-    PackageBench bench;
-    const bool isElsewhere = kind == "link" || kind == "hard link";
-    if (kind == "fifo")
-      EXPECT_EQ(0, mkfifo(kCache, 0644));
-    else if (kind == "folder")
-      std::filesystem::create_directories(kCache + std::string("/full"));
-    else
-      WriteFile(isElsewhere ? other : kCache, kind == "text" ? "<html>" : planted);
-    if (kind == "another user's") {
-      EXPECT_EQ(0, chown(kCache, 1000, 1000));
-    }
-    if (kind == "writable") {
-      EXPECT_EQ(0, chmod(kCache, 0646));
-    }
-    if (kind == "group-writable") {
-      EXPECT_EQ(0, chmod(kCache, 0664));
-    }
-    if (kind == "link") {
-      EXPECT_EQ(0, symlink(other.c_str(), kCache));
-    }
-    if (kind == "hard link") {
-      EXPECT_EQ(0, link(other.c_str(), kCache));
-    }
-    EXPECT_THAT(bench.Token(), StartsWith("at-"));
-    EXPECT_THAT(bench.Asked(), ElementsAre(kConfigPath, kPackageGrant, kTokenPath));
-    EXPECT_EQ("0644 934:934", ModeAndOwner(kCache));
-    if (isElsewhere) {
-      EXPECT_EQ(planted, ReadFile(other));
-    }
-  }
-#ifndef __SANITIZE_THREAD__  // which does not follow the child of a program with threads
-  // Processes that have lowered their ids: to a user who has planted one, and to the account service.
-  for (const uid_t user : {uid_t{1000}, uid_t{934}}) {
-    SCOPED_TRACE(user);
-    clear();
-    PackageBench bench;
-    WriteFile(kCache, planted);
-    EXPECT_EQ(0, chown(kCache, 1000, 1000));
-    EXPECT_THAT(AsUser(user, user, 0, [&] { return bench.Token(); }), StartsWith("at-"));
-    EXPECT_THAT(bench.Asked(), ElementsAre(kConfigPath, kPackageGrant, kTokenPath));
-    EXPECT_EQ("0644 934:934", ModeAndOwner(kCache));
-  }
+  const struct {
+    const char* what;
+    uid_t owner = 0, user = 0;  // of the file; of the process, which can raise its ids
+    mode_t mode = 0644;
+  } rows[] = {{"another user's", 1000},
+              {"writable", 0, 0, 0646},
+              {"group-writable", 0, 0, 0664},
+              {"hard link"},
+              {"link"},
+              {"fifo"},
+              {"folder"},
+              {"text"},
+              {"seen by its owner", 1000, 1000},
+              {"seen by the account's user", 1000, 934}};
+  for (const auto& row : rows) {
+#ifdef __SANITIZE_THREAD__  // which does not follow the child of a program with threads
+    if (row.user != 0) continue;
 #endif
-  clear();
+    SCOPED_TRACE(row.what);
+    const std::string kind = row.what;
+    for (const char* path : {kCache, other.c_str()}) std::filesystem::remove_all(path);
+    PackageBench bench;
+    const bool isLink = kind == "link", isHardLink = kind == "hard link";
+    if (kind == "fifo") {
+      EXPECT_EQ(0, mkfifo(kCache, 0644));
+    } else if (kind == "folder") {
+      std::filesystem::create_directories(kCache + std::string("/full"));
+    } else {
+      WriteFile(other, kind == "text" ? "<html>" : planted);
+      EXPECT_TRUE(chmod(other.c_str(), row.mode) == 0 && chown(other.c_str(), row.owner, row.owner) == 0);
+      EXPECT_EQ(0, (isLink ? symlink : isHardLink ? link : rename)(other.c_str(), kCache));
+    }
+    const std::string token = row.user ? AsUser(row.user, row.user, 0, [&] { return bench.Token(); }) : bench.Token();
+    EXPECT_THAT(token, StartsWith("at-"));
+    EXPECT_THAT(bench.Asked(), ElementsAre(kConfigPath, kPackageGrant, kTokenPath));
+    EXPECT_EQ("0644 934:934", ModeAndOwner(kCache));
+    EXPECT_EQ(isLink || isHardLink ? planted : "", ReadFile(other));
+  }
+  for (const char* path : {kCache, other.c_str()}) std::filesystem::remove_all(path);
 }
 
-TEST(Package, AConfigurationThatCannotBeUsedSpendsNothing) {
+TEST(Package, AConfigurationIsGoodForThirtyHoursAndOneThatCannotBeUsedSpendsNothing) {
   const struct {
     const char* member;
     Json::Value value;
-    std::string code;
-  } rows[] = {{"token_endpoint", Json::Value(), "code 5"},
+    std::string result;
+    std::size_t asked = 0;  // for another
+  } rows[] = {{"created_at", kNow - kThirtyHours, "", 0},
+              {"created_at", kNow - kThirtyHours - 1, "", 1},
+              {"created_at", Json::Value(), "", 1},
+              {"created_at", "1800000000", "", 1},
+              {"created_at", 1e30, "", 1},
+              {"token_endpoint", Json::Value(), "code 5"},
               {"token_endpoint", "http://identity.kivo.example/oauth2/token", "code 5"},
               {"token_endpoint", Json::Value(Json::arrayValue), "code 5"},
               {"token_endpoint", "https:///oauth2/token", "code 5"},
@@ -188,134 +140,64 @@ TEST(Package, AConfigurationThatCannotBeUsedSpendsNothing) {
               {"scope", Json::Value(Json::objectValue), "code 5"}};
   PackageBench bench;
   bench.Token();
+  const Json::Value good = ParseJson(ReadFile(kCache));
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.member);
-    const std::string cache = ReadFile(kCache);
-    bench.ChangeCache(row.member, row.value);
-    bench.Asked();
-    EXPECT_THAT(Result([&] { return bench.photos.ForceRenewToken(), ""; }), StartsWith(row.code));
-    EXPECT_FALSE(IsThere(kCache));  // the next call asks for another
-    WriteFile(kCache, cache);
-    bench.ChangeCache(row.member, row.value);
-    bench.device.SetTime(kNow + kHour + 1);  // the stored token has to be renewed
-    EXPECT_THAT(bench.Token(), StartsWith(row.code));
-    bench.device.SetTime(kNow);
-    EXPECT_THAT(bench.Asked(), IsEmpty());
-    WriteFile(kCache, cache);
-  }
-}
-
-TEST(Package, NamesThatCannotBeUsedTouchNothing) {
-  for (const std::string& name :
-       {std::string(), std::string("lum"), std::string("../lum"), std::string("a/b"), std::string(".a"),
-        std::string("a\nb"), std::string("a\0b", 3), std::string(129, 'x')}) {
-    PackageBench bench;
-    const PackagePkceClient client(name);
-    for (const auto& call : std::vector<std::function<std::string()>>{[&] { return client.GetAccessToken(); },
-                                                                      [&] { return client.GetIdToken(); },
-                                                                      [&] { return client.ForceRenewToken(), ""; }})
-      EXPECT_THAT(Result(call), StartsWith("code 1:")) << name;
-    EXPECT_THAT(bench.Asked(), IsEmpty());
-    EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
-  }
-}
-
-TEST(Package, OnlyARefusedRefreshTokenIsGrantedAnew) {
-  const struct {
-    Fault fault;
-    std::string result;
-    bool granted;
-  } rows[] = {{Fault::Answer(400, R"({"error":"invalid_grant"})"), "at-", true},
-              {Fault::Answer(503, "down"), "code 2", false},
-              {Fault::Answer(200, "[]"), "code 5", false},
-              {Fault::ResetAfterRequest(), "code 5", false}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.result);
-    PackageBench bench;
-    const std::string first = bench.Token();
-    bench.Asked();
-    bench.device.SetTime(kNow + kHour + 1);
-    bench.cloud->QueueFault(kTokenPath, row.fault);
-    EXPECT_THAT(bench.Token(), StartsWith(row.result));
-    if (row.granted) {  // the device's own token has expired as well
-      EXPECT_THAT(bench.Asked(), ElementsAre(kTokenPath, kTokenPath, kPackageGrant, kTokenPath));
-      EXPECT_THAT(bench.device.Logs(), Contains("Rescue package[photos] renew pkce token by lum token"));
-    } else {
-      EXPECT_THAT(bench.Asked(), ElementsAre(kTokenPath));
-      EXPECT_EQ(first, ParseJson(FileText(kPhotos))["access_token"].asString());
+    SCOPED_TRACE(row.member + JsonText(row.value));
+    for (const bool forced : {true, false}) {
+      Json::Value config = good;
+      config.removeMember(row.member);
+      if (!row.value.isNull()) config[row.member] = row.value;
+      WriteFile(kCache, JsonText(config));
+      bench.Asked();
+      if (!forced) bench.device.SetTime(kNow + kHour + 1);  // the stored token has to be renewed
+      const std::string result =
+          Result([&] { return forced ? (bench.photos.ForceRenewToken(), "") : bench.photos.GetAccessToken(); });
+      bench.device.SetTime(kNow);
+      EXPECT_THAT(result, StartsWith(row.result));
+      EXPECT_TRUE(!forced || row.asked == bench.cloud.Requests(kConfigPath).size());
+      EXPECT_EQ(row.result.empty(), !bench.cloud.Requests().empty());
+      EXPECT_EQ(row.result.empty(), IsThere(kCache)) << "the next call asks for another";
+      if (row.asked == 1) break;
     }
   }
 }
 
-TEST(Package, AnswersOfEveryKindHaveTheirCode) {
-  const std::string grant = kPackageGrant, config = kConfigPath;
-  const struct {
-    std::string path;
-    Fault fault;
-    std::string result;
-  } rows[] = {
-      {config, Fault::ResetAfterRequest(), "code 5: Failed to retrieve pacakge[photos], reqcode="},
-      {config, Fault::Answer(404, "no"), "code 5: Failed to retrieve pacakge[photos] pkce config, code=404, resp=no"},
-      {config, Fault::Answer(200, "no"), "code 2"},
-      {config, Fault::Answer(200, "[]"),
-       "code 5: Failed to parse retrieve pacakge[photos] pkce config resp, code=200, resp=[]"},
-      {grant, Fault::ResetAfterRequest(), "code 5: Failed to grant pacakge[photos], reqcode="},
-      {grant, Fault::Answer(401, "no"), "code 5: Failed to grant pacakge[photos], code=401, resp=no"},
-      {grant, Fault::Answer(200, "no"), "code 2"},
-      {grant, Fault::Answer(200, "{}"), "code 5: Failed to parse grant pacakge[photos] resp, code=200, resp={}"},
-      {grant, Fault::Answer(200, "[1]"), "code 5: Failed to parse grant pacakge[photos] resp, code=200, resp=[1]"},
-      {grant, Fault::Answer(200, R"({"grant_code":{}})"), "code 5"},
-      {grant, Fault::Answer(200, R"({"grant_code":""})"), "code 5: Failed to exchange token, code="}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.result);
-    PackageBench bench;
-    bench.cloud->QueueFault(row.path, row.fault);
-    EXPECT_THAT(bench.Token(), StartsWith(row.result));
-    EXPECT_EQ(row.path == grant, IsThere(kCache));
-    EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
+TEST(Package, OnlyARefusedRefreshTokenIsGrantedAnew) {
+  for (const Fault& fault : {Fault::Answer(400, "{}"), Fault::Answer(503, "down"), Fault::ResetAfterRequest()}) {
+    for (const bool signsOut : {false, true}) {
+      PackageBench bench;
+      const std::string first = bench.Token();
+      bench.Asked();
+      bench.device.SetTime(kNow + kHour + 1);  // the device's own token has expired as well
+      bench.cloud->QueueFault(kTokenPath, fault);
+      Fault signOut;
+      signOut.onSent = [] { unlink(kRecord); };
+      if (signsOut) bench.cloud->QueueFault(kPackageGrant, signOut);
+      const bool refused = fault.status == 400;
+      EXPECT_THAT(bench.Token(), StartsWith(!refused ? "code" : signsOut ? "code 22" : "at-"));
+      EXPECT_EQ(refused ? std::vector<std::string>({kTokenPath, kTokenPath, kPackageGrant, kTokenPath})
+                        : std::vector<std::string>({kTokenPath}),
+                bench.Asked());
+      EXPECT_EQ(refused, bench.device.HasLog("Rescue package[photos] renew pkce token by lum token"));
+      EXPECT_EQ(refused && !signsOut, first != Stored("photos")["access_token"].asString()) << "a sign-out stays one";
+    }
   }
-}
-
-TEST(Package, ASignOutInTheMeantimeStaysOne) {
-  PackageBench bench;
-  Fault fault;
-  fault.onSent = [] { unlink(kRecord); };
-  bench.cloud->QueueFault(kPackageGrant, fault);
-  EXPECT_THAT(bench.Token(), StartsWith("code 22"));
-  EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
 }
 
 TEST(PulseWatch, GrantSendsItsFieldsAndBuildsTheAddress) {
   PackageBench bench;
   const varnkivo::AccountPulseWatchService service;
-  Fault fault = Fault::Answer(200, R"({"grant_code":"g&1"})");
-  bench.cloud->QueueFault(kWatchGrant, fault);
+  bench.cloud->QueueFault(kWatchGrant, Fault::Answer(200, R"({"grant_code":"g&1"})"));
   EXPECT_EQ("https://watch.example/back?x=1?scope=read%20write&state=s%2B1&code=g%261",
             service.Grant("watch-client", "read write", "https://watch.example/back?x=1", "s+1"));
-  const std::string token =
-      ParseJson(ReadFile(std::string(kPrivateFolder) + "/pulsewatch_token.json"))["access_token"].asString();
   const auto request = bench.cloud.Requests(kWatchGrant).at(0);
+  const std::string token = Stored("pulsewatch")["access_token"].asString();
   EXPECT_THAT(request.raw, HasSubstr("\r\nAuthorization: Bearer " + token + "\r\n"));
   EXPECT_THAT(request.raw, HasSubstr("\r\nX-Client-ID: watch-client\r\n"));
   EXPECT_EQ(
       "client_id=watch-client&redirect_url=https%3A%2F%2Fwatch.example%2Fback%3Fx%3D1&state=s%2B1"
       "&scopes[]=read%20write",
       request.body);
-  EXPECT_THAT(bench.cloud->Complaints(), IsEmpty());
-  const struct {
-    Fault fault;
-    std::string result;
-  } rows[] = {{Fault::ResetAfterRequest(), "code 5: Failed to grant pulsewatch, reqcode="},
-              {Fault::Answer(500, "no"), "code 5: Failed to grant pulsewatch, code=500, resp=no"},
-              {Fault::Answer(200, "no"), "code 2"},
-              {Fault::Answer(200, "[]"), "code 5: Failed to parse pulsewatch grant resp, code=200, resp=[]"},
-              {Fault::Answer(200, "{}"), "code 5: Failed to parse pulsewatch grant resp, code=200, resp={}"}};
-  for (const auto& row : rows) {
-    bench.cloud->QueueFault(kWatchGrant, row.fault);
-    EXPECT_THAT(Result([&] { return service.Grant("c", "s", "r", "t"); }), StartsWith(row.result));
-  }
-  bench.cloud->QueueFault(kWatchGrant, Fault::Answer(200, R"({"grant_code":""})"));
-  EXPECT_EQ("r?scope=&state=&code=", service.Grant("c", "", "r", ""));
   bench.Asked();
   EXPECT_THAT(Result([&] { return service.Grant("c\r\nX-Evil: 1", "s", "r", "t"); }), StartsWith("code 1:"));
   EXPECT_THAT(bench.Asked(), IsEmpty());

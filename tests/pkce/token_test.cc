@@ -1,24 +1,28 @@
-// Tokens from the file: how long they are good, what a renewal and an exchange send, and what each answer, and a disk
-// that takes none, leave behind.
+// Tokens from the file: how long they are good, what a renewal and an exchange send, and what a renewal comes to
+// whatever the file, the network and other processes do meanwhile.
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utime.h>
 #include <varnkivo/file_lock.h>
+#include <varnkivo/package_pkce_client.h>
 
-#include "token_bench.h"
+#include "pkce_bench.h"
 
-using namespace tokentest;
+using namespace pkcetest;
 using kivosim::Fault;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 namespace {
+
+constexpr char kGood[] = R"({"access_token":"a","id_token":"i","refresh_token":"r","expires_in":-1})";
 
 TEST(Token, IsGoodInTheSecondOfItsExpiryAndNotInTheNext) {
   for (const int age : {kHour, kHour + 1, -86400}) {
     SCOPED_TRACE(age);
-    TokenBench bench;
+    Bench bench;
     const kivosim::TokenSet stored = bench.StoreTokens(age);
     const auto client = bench.Client();
     const bool renewed = age > kHour;
@@ -28,62 +32,34 @@ TEST(Token, IsGoodInTheSecondOfItsExpiryAndNotInTheNext) {
   }
 }
 
-TEST(Token, RenewalSendsItsParametersInOrderAndStoresTheAnswer) {
-  TokenBench bench;
+TEST(Token, RenewalAndExchangeSendTheirParametersInOrderAndStoreTheAnswer) {
+  Bench bench;
   const kivosim::TokenSet stored = bench.StoreTokens(2 * kHour);
-  bench.cloud.AnswerAll(
-      200,
-      R"({"access_token":"a","id_token":"i","refresh_token":"r","expires_in":7,"created_at":5,"more":{"x":[1.5]}})");
-  EXPECT_EQ("a", bench.Client()->GetAccessToken());
-  const auto requests = bench.cloud.Requests();
-  ASSERT_EQ(1u, requests.size());
-  EXPECT_EQ("grant_type=refresh_token&refresh_token=" + stored.refreshToken + "&client_id=kivo-device",
-            requests[0].body);
-  EXPECT_THAT(requests[0].raw,
-              testing::AllOf(testing::HasSubstr("POST /oauth2/token HTTP/1.1\r\n"),
-                             testing::HasSubstr("Host: identity.kivo.example\r\n"),
-                             testing::HasSubstr("\r\nX-Client-ID: kivo-device\r\n"),
-                             testing::HasSubstr("\r\nUser-Agent: kivo/"),
-                             testing::HasSubstr("\r\nContent-Type: application/x-www-form-urlencoded\r\n")));
-  EXPECT_EQ(
-      R"({"access_token":"a","created_at":1800000000,"expires_in":7,"id_token":"i","more":{"x":[1.5]},"refresh_token":"r"})",
-      JsonText(ParseJson(ReadFile(kTokenFile))));
-  EXPECT_EQ("0600 934:934", ModeAndOwner(kTokenFile));
-  EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
-  EXPECT_THAT(bench.device.Calls("CURLOPT_TIMEOUT_MS("), ElementsAre("CURLOPT_TIMEOUT_MS(30000)"));
-}
-
-TEST(Token, ExchangeSendsItsParametersInOrder) {
-  TokenBench bench;
-  bench.cloud.AnswerAll(200, R"({"access_token":"a","id_token":"i","refresh_token":"r","expires_in":"60"})");
-  const auto client = bench.Client();
-  EXPECT_FALSE(client->HasTokenFile());
-  client->ExchangeToken("c de&", "ver", "https://x/y?z");
-  EXPECT_EQ(
-      "grant_type=authorization_code&client_id=kivo-device&redirect_uri=https%3A%2F%2Fx%2Fy%3Fz&code=c%20de%26&code_"
-      "verifier=ver",
-      bench.cloud.Requests()[0].body);
-  EXPECT_TRUE(client->HasTokenFile());
-  EXPECT_EQ("a", client->GetAccessToken());
-  EXPECT_EQ(1u, bench.cloud.Requests().size());
-}
-
-TEST(Token, NothingOfARequestIsLeftInTheNextNorKeptFromAnAnswer) {
-  TokenBench bench;
-  bench.StoreTokens(2 * kHour);
   bench.cloud->SetHook([](const kivosim::Request&) {
-    kivosim::Response answer;
-    answer.headers.emplace_back("Set-Cookie", "session=1; Path=/");
-    answer.body = R"({"access_token":"a","id_token":"i","refresh_token":"r","expires_in":-1})";
-    return answer;
+    return kivosim::Response{200, std::string(kGood, sizeof kGood - 2) + R"(,"created_at":5,"more":{"x":[1.5]}})"};
   });
   const auto client = bench.Client();
-  for (int i = 0; i < 3; ++i) EXPECT_EQ("a", client->GetAccessToken());
-  const auto requests = bench.cloud.Requests();
-  ASSERT_EQ(3u, requests.size());
-  EXPECT_EQ(requests[1].raw, requests[2].raw);
-  EXPECT_THAT(requests[2].raw, testing::Not(testing::HasSubstr("Cookie")));
-  EXPECT_EQ(3u, bench.cloud->Connections());
+  EXPECT_EQ("a", client->GetAccessToken());
+  EXPECT_EQ(
+      R"({"access_token":"a","created_at":1800000000,"expires_in":-1,"id_token":"i","more":{"x":[1.5]},"refresh_token":"r"})",
+      JsonText(ParseJson(ReadFile(kTokenFile))));
+  EXPECT_EQ("0600 934:934", ModeAndOwner(kTokenFile));
+  EXPECT_THAT(bench.device.Calls("CURLOPT_TIMEOUT_MS("), ElementsAre("CURLOPT_TIMEOUT_MS(30000)"));
+  unlink(kTokenFile);
+  EXPECT_FALSE(client->HasTokenFile());
+  client->ExchangeToken("c de&", "ver", "https://x/y?z");
+  EXPECT_TRUE(client->HasTokenFile());
+  EXPECT_EQ("0600 934:934", ModeAndOwner(kTokenFile));
+  const std::string post = "POST /oauth2/token identity.kivo.example grant_type=";
+  EXPECT_THAT(bench.Sent(),
+              ElementsAre(post + "refresh_token&refresh_token=" + stored.refreshToken + "&client_id=kivo-device",
+                          post + "authorization_code&client_id=kivo-device&redirect_uri=https%3A%2F%2Fx%2Fy%3Fz" +
+                              "&code=c%20de%26&code_verifier=ver"));
+  for (const auto& request : bench.cloud.Requests())
+    for (const char* header :
+         {"X-Client-ID: kivo-device\r\n", "User-Agent: kivo/", "Content-Type: application/x-www-form-urlencoded\r\n"})
+      EXPECT_THAT(request.raw, HasSubstr(std::string("\r\n") + header));
+  EXPECT_EQ(2u, bench.cloud->Connections()) << "none is kept";
 }
 
 TEST(Token, AFileThatIsNoTokenSetHasItsCode) {
@@ -104,150 +80,117 @@ TEST(Token, AFileThatIsNoTokenSetHasItsCode) {
               {R"({"created_at":1800000000,"expires_in":-1})", "code 22: Failed to get key: refresh_token"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.content.substr(0, 200));
-    TokenBench bench;
+    Bench bench;
     WriteTokenFile(row.content);
     const std::string result = Result([&] { return bench.Client()->GetAccessToken(); });
     EXPECT_EQ(row.result, row.result == "code 2: " ? result.substr(0, 8) : result);
     EXPECT_THAT(bench.cloud.Requests(), IsEmpty());
     EXPECT_EQ(row.content, ReadFile(kTokenFile));
   }
-  TokenBench bench;
+  Bench bench;
   WriteFile("/tmp/canary", R"({"created_at":1800000000,"expires_in":60,"access_token":"canary"})");
   ASSERT_EQ(0, symlink("/tmp/canary", kTokenFile));
   EXPECT_EQ("code 22: Failed to find an existed token file", Result([&] { return bench.Client()->GetAccessToken(); }));
 }
 
 TEST(Token, NamesThatCouldLeadElsewhereAreRefusedBeforeAnythingIsTouched) {
-  TokenBench bench;
-  for (const std::string& name : {std::string(), std::string("../lum"), std::string(".a"), std::string("a b"),
-                                  std::string("a,b"), std::string("a\0b", 3), std::string(129, 'a')}) {
-    varnkivo::PkceClient client(name);
-    client.SetPkceConfig(Config());
-    const auto code = [](const std::string& result) { return result.substr(0, 7); };
-    EXPECT_EQ("code 1:", code(Result([&] { return client.GetAccessToken(); }))) << name;
-    EXPECT_EQ("code 1:", code(Result([&] { return client.HasTokenFile() ? "yes" : "no"; }))) << name;
-    EXPECT_EQ("code 1:", code(Result([&] { return client.ExchangeToken("c", "v", "r"), ""; }))) << name;
+  Bench bench;
+  bench.SignIn(0);
+  bench.StoreTokens(0);
+  for (const std::string& name :
+       {std::string(), std::string("../lum"), std::string("a/b"), std::string(".a"), std::string("a,b"),
+        std::string("a\nb"), std::string("a\0b", 3), std::string(129, 'a'), std::string("lum")}) {
+    const varnkivo::PkceClient client(name);
+    const varnkivo::PackagePkceClient package(name);
+    const std::string device = Result([&] { return client.HasTokenFile() ? "yes" : "no"; });
+    EXPECT_EQ(name == "lum" ? "yes" : "code 1:", device.substr(0, 7)) << name;
+    EXPECT_EQ("code 1:", Result([&] { return package.GetAccessToken(); }).substr(0, 7)) << name;
+    EXPECT_EQ("code 1:", Result([&] { return package.ForceRenewToken(), ""; }).substr(0, 7)) << name;
   }
   EXPECT_EQ(0u, bench.cloud->Connections());
-  EXPECT_THAT(TokenFiles(), IsEmpty());
+  EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
 }
 
-#ifndef __SANITIZE_THREAD__  // which knows no threads, such as libcurl's, in the child of a process that has threads
-TEST(Token, AnotherUsersProcessIsRaisedForEachAccessAndOneWithoutRightsSeesNothing) {
-  TokenBench bench;
-  bench.StoreTokens(2 * kHour);
-  for (const id_t saved : {0, 1000}) {
-    const std::string result = AsUser(1000, 1000, saved, [&] {
-      const auto client = bench.Client();
-      const std::string has = client->HasTokenFile() ? "has " : "has not ";
-      const std::string token = Result([&] { return client->GetAccessToken(); });
-      return has + (token.rfind("code", 0) == 0 ? token : "token") + " " + Ids();
-    });
-    EXPECT_EQ(saved == 0 ? "has token 1000,1000,0 1000,1000,0"
-                         : "has not code 22: Failed to find an existed token file 1000,1000,1000 1000,1000,1000",
-              result);
-  }
-  EXPECT_EQ("0600 934:934", ModeAndOwner(kTokenFile));
-}
-#endif
-
-TEST(Config, IsFilledFromTheTemplateAndTheDevice) {
-  TokenBench bench;
-  const varnkivo::PkceClient client("lum");
-  EXPECT_EQ(
-      R"({"audience":"au","auth_endpoint":"https://identity.kivo.example/a","client_id":"id","end_session_endpoint":)"
-      R"("https://identity.kivo.example/e","login_redirect_uri":"https://account.kivo.example","logout_redirect_uri":)"
-      R"("https://account.kivo.example/out","scope":"x:2040VKN000001 2040VKN000001 m:02:00:5e:20:40:01",)"
-      R"("token_endpoint":"https://identity.kivo.example/t"})",
-      JsonText(client.FormatPkceConfig(ParseJson(
-          R"({"client_id":"id","scope":"x:$sn$ $sn$ m:$mac$","audience":"au","auth_endpoint_path":"/a",
-                    "token_endpoint_path":"/t","end_session_endpoint_path":"/e","logout_redirect_path":"/out"})"))));
-  bench.device.FailNext("VLIBGetSerialNumber");
-  EXPECT_EQ("code 8: ",
-            Result([&] { return client.FormatPkceConfig(ParseJson(R"({"scope":"$sn$"})")), ""; }).substr(0, 8));
-  EXPECT_EQ("", client.FormatPkceConfig(ParseJson("{}"))["scope"].asString()) << "no fact is read without need";
-  for (const char* wrong : {"[]", "5", R"({"scope":{}})", R"({"client_id":["a"]})"})
-    EXPECT_EQ("code 2: ", Result([&] { return client.FormatPkceConfig(ParseJson(wrong)), ""; }).substr(0, 8)) << wrong;
-}
-
-const std::string kGood = R"({"access_token":"a","id_token":"i","refresh_token":"r","expires_in":60})";
-
-const std::string kSecretSet = R"({"access_token":"a","refresh_token":"r"})";
-const std::string kShownSet = R"({"access_token":"a...","refresh_token":"r..."})";
-const std::string kRefused = "code 14: Failed to renew token, refresh_token is expired or revoked, ";
-const std::string kNotRenewed = "Failed to parse renew token resp, code=200, resp=";
-const std::string kNotExchanged = "code 22: Failed to parse exchange authkey resp, code=200, resp=";
-const std::string kNoExchange = "code 5: Failed to exchange token, ";
-
-const struct {
-  int status;
-  std::string body, renewal, exchange;
-} kRows[] = {
-    {200, kGood, "a", "done"},
-    {200, "<html>", "code 2", "code 2"},
-    {200, "[1]", "code 5: " + kNotRenewed + "[1]", kNotExchanged + "[1]"},
-    {400, R"({"error":"invalid_grant"})", kRefused + R"(code=400, resp={"error":"invalid_grant"})",
-     kNoExchange + R"(code=400, resp={"error":"invalid_grant"})"},
-    {503, kSecretSet, kRefused + "code=503, resp=" + kShownSet, kNoExchange + "code=503, resp=" + kShownSet},
-    {400, "down", "code 2", kNoExchange + "code=400, resp=down"},
-    {200, kSecretSet, "code 22: " + kNotRenewed + kShownSet, kNotExchanged + kShownSet},
-    {200, R"({"access_token":"a\u0000b","id_token":"i","refresh_token":"r","expires_in":60})", "code 22", "code 22"},
-    {200, R"({"access_token":"a\r\nX: 1","id_token":"i","refresh_token":"r","expires_in":60})", "code 22", "code 22"}};
-
-TEST(TokenAnswer, HasItsCodeAndKeepsTheFileUnlessItIsASet) {
-  for (const auto& row : kRows)
-    for (const bool renewal : {true, false}) {
-      SCOPED_TRACE((renewal ? "renewal " : "exchange ") + std::to_string(row.status) + " " + row.body);
-      TokenBench bench;
+TEST(Renewal, ComesToItsCodeAndKeepsTheFileWhateverGoesWrong) {
+  const std::string lost = "code 5: Failed to renew token, reqcode=", folder = std::string(kPrivateFolder) + "/";
+  const std::string inClear = "http://127.0.0.1:" + std::to_string(Cloud::Sim().PlainHttpPort()) + "/";
+  const std::string newer =
+      R"({"access_token":"newer","id_token":"i","refresh_token":"other","expires_in":60,"created_at":1800000000})";
+  const std::string json = "..//include/internal/json_utils Failed to save json: ", why = "Operation not permitted";
+  Fault circle = Fault::Redirect("/oauth2/token", 307);
+  circle.times = -1;
+  std::unique_ptr<varnkivo::FileLock> held;
+  using Prepare = std::function<void(Bench&, Json::Value & config)>;
+  const auto fault = [](const Fault& one) -> Prepare {
+    return [=](Bench& b, auto&) { b.cloud->QueueFault("*", one); };
+  };
+  const auto member = [](const char* name, const std::string& value) -> Prepare {
+    return [=](auto&, Json::Value& config) { config[name] = value; };
+  };
+  const auto fail = [](const char* call, int before) -> Prepare {
+    return [=](Bench& bench, auto&) {
+      bench.Client()->GetAccessToken();  // makes the lock files
       bench.StoreTokens(2 * kHour);
-      bench.device.MustNotLog("verifier-012");
-      const std::string before = ReadFile(kTokenFile);
-      bench.cloud.AnswerAll(row.status, row.body);
-      const auto client = bench.Client();
-      const std::string& expected = renewal ? row.renewal : row.exchange;
-      const std::string result = Result([&] {
-        if (renewal) return client->GetAccessToken();
-        client->ExchangeToken("code-0123456789", "verifier-0123456789", "https://r");
-        return std::string("done");
-      });
-      EXPECT_EQ(expected, expected.size() < 8 ? result.substr(0, expected.size()) : result);
-      EXPECT_EQ(expected.rfind("code", 0) == 0, before == ReadFile(kTokenFile));
-      EXPECT_EQ("0600 934:934", ModeAndOwner(kTokenFile));
-      EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
-      EXPECT_EQ(1u, bench.cloud.Requests().size());
-      const std::string last = bench.device.LastLine();
-      EXPECT_TRUE(expected != "code 2" || last == "..//include/internal/json_utils Failed to parse json: " + row.body)
-          << last;
-    }
-}
-
-TEST(TokenAnswer, ThatDoesNotArriveIsCodeFiveWithTheTransportsWords) {
-  const std::string endless(17u << 20, 'x');
+      bench.device.FailAfter(call, before);
+    };
+  };
+  const auto meanwhile = [](const std::function<void()>& act) -> Prepare {
+    return [=](Bench& bench, auto&) {
+      bench.cloud->SetHook([=](const kivosim::Request&) { return act(), kivosim::Response{200, kGood}; });
+    };
+  };
+  const auto lock = [&](const char* operation) -> Prepare {
+    return [&held, operation](auto&, auto&) {
+      held = std::make_unique<varnkivo::FileLock>(std::string("/tmp/account_lum_") + operation + "_token.lock");
+      EXPECT_TRUE(held->Lock(1));
+    };
+  };
   const struct {
-    const char* what;
-    Fault fault;
-  } rows[] = {{"cut", Fault::CutBody(5)},
-              {"too much", Fault::Answer(200, endless)},
-              {"to http", Fault::Redirect("http://identity.kivo.example/x", 307)},
-              {"in a circle", Fault::Redirect("/oauth2/token", 307)}};
+    Prepare prepare;
+    std::string result;
+    std::string lastLine = "";  // or any
+  } rows[] = {
+      {fault(Fault::CutBody(5)), lost},
+      {fault(Fault::Answer(200, std::string(17u << 20, 'x'))), lost},
+      {fault(Fault::Redirect("http://identity.kivo.example/x", 307)), lost},
+      {fault(circle), lost},
+      {member("token_endpoint", inClear), lost},
+      {member("token_endpoint", "file:///etc/hostname"), lost},
+      {member("token_endpoint", ""), lost},
+      {member("client_id", "a\r\nX-Evil: 1"), "code 1:"},  // it would become a header
+      {member("client_id", "\x7f"), "code 1:"},
+      {fail("rename", 0), "code 2: ", json + kTokenFile},
+      {fail("fchmod", 1), "at-", "pkce_client Failed to chmod, path=" + folder + "lum_token.json, reason=" + why},
+      {fail("fchown", 1), "at-", "pkce_client Failed to chown, path=" + folder + "lum_token.json, reason=" + why},
+      {meanwhile([] {}), "a"},
+      {meanwhile([&] { WriteTokenFile(newer); }), "newer"},
+      {meanwhile([] { unlink(kTokenFile); }), "code 22: Failed to find an existed token file"},
+      {lock("get"), "code 22: Failed to lock file: /tmp/account_lum_get_token.lock"},
+      {lock("renew"), "code 22: Failed to lock file: /tmp/account_lum_renew_token.lock"},
+      {lock("save"), "code 22: Failed to lock file: /tmp/account_lum_save_token.lock"}};
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    TokenBench bench;
+    SCOPED_TRACE(std::to_string(&row - rows) + ": " + row.result);
+    Bench bench;
     bench.StoreTokens(2 * kHour);
+    Json::Value config = varnkivo::PkceClient("any").FormatPkceConfig(ParseJson(ReadFile(kLoginConfig)));
+    row.prepare(bench, config);
+    const auto client = bench.Client();
+    client->SetPkceConfig(config);
     const std::string before = ReadFile(kTokenFile);
-    Fault fault = row.fault;
-    if (std::string(row.what) == "in a circle") fault.times = -1;
-    bench.cloud->QueueFault("*", fault);
-    EXPECT_THAT(Result([&] { return bench.Client()->GetAccessToken(); }),
-                testing::MatchesRegex("code 5: Failed to renew token, reqcode=[0-9]+, reqmsg=.*"));
-    EXPECT_EQ(before, ReadFile(kTokenFile));
+    EXPECT_THAT(Result([&] { return client->GetAccessToken(); }), StartsWith(row.result));
+    EXPECT_TRUE(row.lastLine.empty() || row.lastLine == bench.device.LastLine()) << bench.device.LastLine();
+    const bool signedOut = row.result.find("find an existed") != std::string::npos;
+    EXPECT_EQ(row.result.find("code") == 0 && !signedOut, before == ReadFile(kTokenFile));
+    EXPECT_EQ(signedOut ? "none" : "0600 934:934", ModeAndOwner(kTokenFile));
+    EXPECT_THAT(TokenFiles(), testing::SizeIs(signedOut ? 0 : 1));
     EXPECT_GE(6u, bench.cloud.Requests().size());
     EXPECT_EQ("", bench.cloud->PlainHttpReceived());
+    held.reset();
   }
 }
 
-TEST(TokenAnswer, ABadCertificateGetsNoByteAndNeitherDoesAnHttpHost) {
-  TokenBench bench;
+TEST(Renewal, ABadCertificateGetsNoByte) {
+  Bench bench;
   bench.StoreTokens(2 * kHour);
   for (std::size_t kind = 0; kind < kivosim::CertificateKindNames().size(); ++kind) {
     const auto certificate = static_cast<kivosim::CertificateKind>(kind);
@@ -258,94 +201,19 @@ TEST(TokenAnswer, ABadCertificateGetsNoByteAndNeitherDoesAnHttpHost) {
     EXPECT_TRUE(bench.cloud->WaitIdle());
     EXPECT_EQ(0u, bench.cloud->ApplicationBytes()) << kivosim::CertificateKindNames()[kind];
   }
-  const std::string inClear = "http://127.0.0.1:" + std::to_string(Cloud::Sim().PlainHttpPort()) + "/";
-  const struct {
-    std::string member, value, result;
-  } rows[] = {{"token_endpoint", inClear, "code 5:"},
-              {"token_endpoint", "file:///etc/hostname", "code 5:"},
-              {"token_endpoint", "", "code 5:"},
-              {"client_id", "a\r\nX-Evil: 1", "code 1:"},  // it would become a header
-              {"client_id", "\x7f", "code 1:"}};
-  for (const auto& row : rows) {
-    Json::Value config = Config();
-    config[row.member] = row.value;
-    const auto client = bench.Client();
-    client->SetPkceConfig(config);
-    EXPECT_EQ(row.result, Result([&] { return client->GetAccessToken(); }).substr(0, 7)) << row.value;
-  }
-  EXPECT_EQ("", bench.cloud->PlainHttpReceived());
-  EXPECT_EQ(0u, bench.cloud->ApplicationBytes());
 }
 
-TEST(TokenSave, ASetThatSomebodyStoredMeanwhileIsKeptAndASignOutStays) {
-  for (const bool signedOut : {false, true}) {
-    TokenBench bench;
-    bench.StoreTokens(2 * kHour);
-    bench.cloud->SetHook([&](const kivosim::Request&) {
-      if (signedOut)
-        unlink(kTokenFile);
-      else
-        WriteTokenFile(
-            R"({"access_token":"newer","id_token":"i","refresh_token":"other","expires_in":60,"created_at":1800000000})");
-      kivosim::Response answer;
-      answer.body = kGood;
-      return answer;
-    });
-    EXPECT_EQ(signedOut ? "code 22: Failed to find an existed token file" : "newer",
-              Result([&] { return bench.Client()->GetAccessToken(); }));
-    EXPECT_EQ(!signedOut, IsThere(kTokenFile));
-    EXPECT_THAT(TokenFiles(), testing::SizeIs(signedOut ? 0 : 1));
-  }
-}
-
-TEST(TokenSave, LeftoversOfACrashGoButNotThoseInUse) {
-  TokenBench bench;
+TEST(Renewal, LeftoversOfACrashGoButNotThoseInUse) {
+  Bench bench;
   bench.StoreTokens(2 * kHour);
-  const std::string folder = std::string(kPrivateFolder) + "/";
-  for (const char* name : {"lum,old_token.json", "lum,young_token.json", "other,old_token.json"})
-    WriteFile(folder + name, "{}");
-  const utimbuf old = {kNow - 61, kNow - 61}, young = {kNow - 59, kNow - 59};
-  utime((folder + "lum,old_token.json").c_str(), &old);
-  utime((folder + "lum,young_token.json").c_str(), &young);
-  utime((folder + "other,old_token.json").c_str(), &old);
+  for (const auto& [name, age] : {std::pair("lum,old", 61), {"lum,young", 59}, {"other,old", 61}}) {
+    const std::string path = std::string(kPrivateFolder) + "/" + name + "_token.json";
+    WriteFile(path, "{}");
+    const utimbuf times = {kNow - age, kNow - age};
+    EXPECT_EQ(0, utime(path.c_str(), &times));
+  }
   bench.Client()->GetAccessToken();
   EXPECT_THAT(TokenFiles(), ElementsAre("lum,young_token.json", "lum_token.json", "other,old_token.json"));
-}
-
-TEST(TokenSave, StepThatFailsHasItsCodeAndTheOtherOnesAreOnlyLogged) {
-  const std::string file = kTokenFile, why = ", reason=Operation not permitted";
-  for (const std::string call : {"rename", "fchmod", "fchown"}) {
-    SCOPED_TRACE(call);
-    const bool lost = call == "rename";
-    TokenBench bench;
-    bench.StoreTokens(2 * kHour);
-    bench.Client()->GetAccessToken();  // makes the lock files
-    bench.StoreTokens(2 * kHour);
-    const std::string before = ReadFile(kTokenFile);
-    bench.device.FailAfter(call, lost ? 0 : 1);
-    EXPECT_EQ(lost, Result([&] { return bench.Client()->GetAccessToken(); }).rfind("code 2: ", 0) == 0);
-    EXPECT_EQ(lost ? "..//include/internal/json_utils Failed to save json: " + file
-                   : "pkce_client Failed to ch" + call.substr(3) + ", path=" + file + why,
-              bench.device.LastLine());
-    EXPECT_EQ(lost, before == ReadFile(kTokenFile));
-    EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
-  }
-}
-
-TEST(TokenSave, ALockHeldElsewhereIsCode22AfterHalfAMinute) {
-  for (const char* operation : {"get", "renew", "save", "exchange"}) {
-    SCOPED_TRACE(operation);
-    TokenBench bench;
-    bench.StoreTokens(2 * kHour);
-    const std::string path = std::string("/tmp/account_lum_") + operation + "_token.lock";
-    varnkivo::FileLock other(path);
-    ASSERT_TRUE(other.Lock(1));
-    const auto client = bench.Client();
-    const bool exchange = std::string(operation) == "exchange";
-    EXPECT_EQ("code 22: Failed to lock file: " + path,
-              Result([&] { return exchange ? (client->ExchangeToken("c", "v", "r"), "") : client->GetAccessToken(); }));
-    EXPECT_THAT(TokenFiles(), ElementsAre("lum_token.json"));
-  }
 }
 
 }  // namespace

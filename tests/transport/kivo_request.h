@@ -1,10 +1,12 @@
-// A request of the sender as tests write it, and its answer, which frees itself.
+// A request of the sender as tests write it, sent the way the library's own operations do, and its answer.
 #pragma once
 
 #include <curl/curl.h>
+#include <gtest/gtest.h>
 #include <varn/platform.h>
 #include <varnkivo/varnkivo.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -22,19 +24,49 @@ struct Answer {
 
 struct KivoRequest {
   std::vector<std::pair<std::string, std::string>> params = {};
-  bool get = false;
-  bool quick = true;
-  std::string host = kHost;
-  std::string path = "device/api/test";
-  std::string accountId = {}, password = {};
+  bool get = false, quick = true;
+  std::string host = kHost, path = "device/api/test", accountId = {}, password = {};
   bool nullParams = false;
   curl_slist* headers = nullptr;
 
   /// Sends with a slot of 99 and a response full of rubbish, as a caller's may be.
-  Answer Send() const;
+  Answer Send() const {
+    VLIBSzHash* const hash = nullParams ? nullptr : VLIBCSzHashAlloc(16);
+    for (const auto& [name, value] : params) VLIBCSzHashSetValue(hash, name.c_str(), value.c_str());
+    auto request = std::make_unique<_tag_libkivo_varn_request_>();
+    request->host = host.c_str();
+    request->path = path.c_str();
+    request->params = hash;
+    request->method = get ? 1 : 2;
+    request->quick = quick;
+    std::memcpy(request->account_id, accountId.data(), accountId.size());
+    std::memcpy(request->account_password, password.data(), password.size());
+    _tag_libkivo_varn_response_ response;
+    std::memset(&response, 0x5a, sizeof response);
+    VARNKIVOErrSet(99);
+    const int result = headers ? VARNKIVOHttpsRequestSendWithHeader(request.get(), &response, headers)
+                               : VARNKIVOHttpsRequestSend(request.get(), &response);
+    const Answer answer = {result,
+                           VARNKIVOErrGet(),
+                           response.curl_code,
+                           response.http_status,
+                           response.body ? response.body : "",
+                           response.body != nullptr};
+    for (int i = 0; i < 2; ++i) {  // the second time finds nothing to free
+      VARNKIVOHttpsResponseFree(&response);
+      EXPECT_TRUE(response.body == nullptr && response.http_status == 0);
+    }
+    VLIBCSzHashFree(hash);
+    return answer;
+  }
 };
 
 /// "https://account.kivo.example/device/api/test", as log lines begin.
-std::string LoggedUrl();
+inline std::string LoggedUrl() { return std::string(kHost) + "/device/api/test"; }
+
 /// "code=N, err=WHAT LIBCURL SAYS", as log lines end.
-std::string CurlError(int code, const char* format = "code=%d, err=%s");
+inline std::string CurlError(int code, const char* format = "code=%d, err=%s") {
+  char text[256];
+  std::snprintf(text, sizeof text, format, code, curl_easy_strerror(static_cast<CURLcode>(code)));
+  return text;
+}
