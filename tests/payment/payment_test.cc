@@ -9,7 +9,9 @@
 #include "account/account_bench.h"
 
 using namespace accounttest;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
@@ -88,6 +90,26 @@ TEST(Payment, SignInSendsTheDigestTwiceAndNeverThePassword) {
     EXPECT_THAT(bench.Sent(), ElementsAre("POST /api/auth.php" + kHost + DeviceFields("a@b", kDigest) + credentials +
                                           credentials + (language ? "&language=enu" : "")));
     EXPECT_STREQ(R"({"code":"good"})", response.body);
+    VARNKIVOHttpsResponseFree(&response);
+  }
+}
+
+TEST(Payment, AnErrorPageThatShowsTheFormDoesNotShowItInTheLog) {
+  const std::string digest = kDigest, token = "eyJhbGciOiJSUzI1NiJ9.e30.c2lnbmF0dXJl";
+  const std::string dumps[] = {"[kivoPW] => " + digest + "\n",
+                               "[\"kivoPW\"]=>\n  string(32) \"" + digest + "\"\n",
+                               "'kivoPW' => '" + digest + "',",
+                               "<kivoPW>" + digest + "</kivoPW><note>a</note>",
+                               "<td>kivoPW</td> <td class=\"v\">" + digest + "</td>",
+                               "Authorization: Bearer " + token + "\r\n"};
+  for (const std::string& dump : dumps) {
+    Bench bench;
+    bench.device.MustNotLog(digest);
+    bench.device.MustNotLog(token);
+    bench.Answer("*", "<pre>" + dump + "</pre> canary", 500);
+    _tag_libkivo_varn_response_ response = {};
+    VARNPaymentHTTPSAuth("a@b", "password", nullptr, &response);
+    EXPECT_THAT(bench.device.Logs(), Contains(HasSubstr(" canary"))) << dump;
     VARNKIVOHttpsResponseFree(&response);
   }
 }

@@ -206,14 +206,14 @@ TEST(Renewal, ABadCertificateGetsNoByte) {
 TEST(Renewal, LeftoversOfACrashGoButNotThoseInUse) {
   Bench bench;
   bench.StoreTokens(2 * kHour);
-  for (const auto& [name, age] : {std::pair("lum,old", 61), {"lum,young", 59}, {"other,old", 61}}) {
+  for (const auto& [name, age] : {std::pair("lum,aB3old", 61), {"lum,young1", 59}, {"other,aB3old", 61}}) {
     const std::string path = std::string(kPrivateFolder) + "/" + name + "_token.json";
     WriteFile(path, "{}");
     const utimbuf times = {kNow - age, kNow - age};
     EXPECT_EQ(0, utime(path.c_str(), &times));
   }
   bench.Client()->GetAccessToken();
-  EXPECT_THAT(TokenFiles(), ElementsAre("lum,young_token.json", "lum_token.json", "other,old_token.json"));
+  EXPECT_THAT(TokenFiles(), ElementsAre("lum,young1_token.json", "lum_token.json", "other,aB3old_token.json"));
 }
 
 }  // namespace
