@@ -50,10 +50,10 @@ std::string DeviceFields(const std::string& id = "", const std::string& password
 }
 
 TEST(Payment, ActionsHaveTheirNamesInAnyCase) {
-  const std::pair<const char*, int> rows[] = {{"auth", 0},        {"AUTH", 0},           {"getItemList", 1},
-                                              {"GETitemLIST", 1}, {"getAppItemInfo", 2}, {"getitem", 3},
-                                              {"auths", 3},       {"package/record", 3}, {"", 3},
-                                              {nullptr, 3}};
+  const std::pair<const char*, int> rows[] = {
+      {"auth", 0},           {"AUTH", 0},    {"getItemList", 1}, {"GETitemLIST", 1},    {"getAppItemInfo", 2},
+      {"GETappITEMinfo", 2}, {"getitem", 3}, {"auths", 3},       {"package/record", 3}, {"", 3},
+      {nullptr, 3}};
   for (const auto& [name, action] : rows) EXPECT_EQ(action, VARNPaymentParseAction(name)) << (name ? name : "null");
 }
 
