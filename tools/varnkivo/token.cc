@@ -1,7 +1,9 @@
 // `token`: prints a valid token of this device or of a package, renewed where it has expired. The token goes to stdout
 // and nowhere else. A token is a secret: the formats exist so that scripts need not put it on a command line.
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "command_line.h"
 #include "fetch_token.h"
@@ -10,6 +12,8 @@
 
 namespace kivotool {
 namespace {
+
+constexpr std::int64_t kYear = 31536000;  // seconds; no token is asked to live longer
 
 struct TokenOptions {
   std::string format = "token";
@@ -56,7 +60,15 @@ void AddToken(CLI::App& app, Invocation& call) {
   verb->add_flag("--force", options->wish.grantAnew, "Have the package's token granted anew first")->needs(package);
   verb->add_option("--min-valid", options->wish.minValid,
                    "With fewer seconds left: a package's token is granted anew, else the tool ends with 5")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Validator(
+          [](const std::string& text) {
+            const bool isNumber =
+                !text.empty() && text.size() <= 8 && text.find_first_not_of("0123456789") == text.npos;
+            return isNumber && std::stol(text) <= kYear
+                       ? ""
+                       : "\"" + text + "\" is not a number of seconds from 0 to 31536000";
+          },
+          "SECONDS"));
   verb->callback([options, &call] {
     if (call.json) options->format = "json";
     call.json = options->format == "json";
