@@ -3,6 +3,7 @@
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <memory>
@@ -32,6 +33,7 @@ bool Refresh(const Beginning& beginning, bool json) {
   if (before.signIn != SignIn::kSignedIn) return false;  // the caller prints the empty document first
   Json::Value profile;  // what is printed is read from the record, which has all of this and more
   int result = -1, code = 0;
+  const auto begin = std::chrono::steady_clock::now();
   {
     const Spinner spinner("Asking the account centre", kQuerySeconds, !json);
     VARNKIVOErrSet(KIVO_ERR_SUCCESS);
@@ -44,6 +46,8 @@ bool Refresh(const Beginning& beginning, bool json) {
   Situation situation;
   situation.doing = Situation::Doing::kQuery;
   situation.again = kAgain;
+  situation.seconds =
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin).count();
   throw Explain(code, situation);
 }
 

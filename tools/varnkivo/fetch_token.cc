@@ -7,6 +7,7 @@
 #include <varnkivo/package_pkce_client.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <typeinfo>
 
@@ -26,8 +27,9 @@ constexpr int kStep = 30, kDeviceSteps = 5 + 3, kPackageSteps = kDeviceSteps + 9
 
 std::string Again(const TokenWish& wish) { return wish.again + (wish.grantAnew ? " --force" : ""); }
 
-Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error) {
-  if (!wish.ofPackage) return Explain(error.GetCode(), {Situation::Doing::kToken, Again(wish), error.what(), ""});
+Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error, std::int64_t seconds) {
+  if (!wish.ofPackage)
+    return Explain(error.GetCode(), {Situation::Doing::kToken, Again(wish), error.what(), "", seconds});
   if (error.GetCode() == KIVO_ERR_BAD_PARAM) {
     Failure failure = UsageFailure(
         "A package's name is 1 to 128 of A-Z a-z 0-9 . _ -, does not begin with a dot, and is not \"lum\".",
@@ -35,7 +37,7 @@ Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error
     failure.libraryCode = error.GetCode();
     return failure;
   }
-  return Explain(error.GetCode(), {Situation::Doing::kPackageToken, Again(wish), error.what(), ""});
+  return Explain(error.GetCode(), {Situation::Doing::kPackageToken, Again(wish), error.what(), "", seconds});
 }
 
 /// Whether the library fails so when the account centre has ended the sign-in; a lock that is held is no answer of it.
@@ -47,7 +49,7 @@ bool CanMeanSignOut(const varnkivo::KivoException& error) {
 
 /// The sign-in may have ended in the middle: the library signs the device out when nothing can rescue the token.
 Failure TokenFailure(const TokenWish& wish, const varnkivo::KivoException& error, const Beginning& before,
-                     Voice voice) {
+                     std::int64_t seconds, Voice voice) {
   const SignOut signOut = NoticeSignOut(before, error.GetCode(), CanMeanSignOut(error), voice);
   if (signOut == SignOut::kOther) {
     Failure failure = SignedOutMeanwhileFailure();
@@ -60,7 +62,7 @@ Failure TokenFailure(const TokenWish& wish, const varnkivo::KivoException& error
     failure.cause = "The account centre no longer accepts this device: it has been signed out.";
     return failure;
   }
-  const Failure failure = PlainFailure(wish, error);
+  const Failure failure = PlainFailure(wish, error, seconds);
   if (before.account.signIn == SignIn::kSignedIn || failure.exit != kNotSignedIn) return failure;
   Failure signedOut = NotSignedInFailure();
   signedOut.libraryCode = error.GetCode();
@@ -125,6 +127,7 @@ FetchedToken AskForPackage(const TokenWish& wish) {
 
 FetchedToken FetchToken(const TokenWish& wish, bool quiet) {
   const Beginning before = Begin(Again(wish));
+  const auto begin = std::chrono::steady_clock::now();
   try {
     const Spinner spinner("Asking for a token", kStep * (wish.ofPackage ? kPackageSteps : kDeviceSteps), !quiet);
     FetchedToken token =
@@ -133,7 +136,8 @@ FetchedToken FetchToken(const TokenWish& wish, bool quiet) {
     RequireValidity(wish, token);
     return token;
   } catch (const varnkivo::KivoException& error) {
-    throw TokenFailure(wish, error, before, VoiceFor(quiet));
+    const auto took = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
+    throw TokenFailure(wish, error, before, took.count(), VoiceFor(quiet));
   } catch (const std::bad_cast&) {
     throw UselessToken(wish, "The stored token has no usable lifetime.", "Nothing; it cannot tell when to renew it.");
   }
