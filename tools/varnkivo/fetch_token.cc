@@ -47,6 +47,20 @@ bool CanMeanSignOut(const varnkivo::KivoException& error) {
   return code == KIVO_ERR_NO_ACCOUNT || code == KIVO_ERR_AUTH || code == KIVO_ERR_TOKEN;
 }
 
+Failure UselessToken(const TokenWish& wish, const std::string& cause, const char* deviceNext) {
+  return {kFailed,    std::nullopt,
+          cause,      Retry::kNo,
+          deviceNext, wish.ofPackage ? "varnkivo token" + PackageWords(wish) + " --force" : "varnkivo logout --local"};
+}
+
+/// Whether a package's stored set is what the library stumbled over: that has the codes of an answer that is no JSON
+/// and of a sign-in that is missing. A new set does not look at the stored one.
+bool StoredSetIsToBlame(const TokenWish& wish, int code, const Failure& failure, SignIn before) {
+  if (!wish.ofPackage || wish.grantAnew || failure.exit == kBusy) return false;
+  const bool canBe = code == KIVO_ERR_BAD_JSON || (code == KIVO_ERR_TOKEN && before == SignIn::kSignedIn);
+  return canBe && IsUselessSet(wish.package, wish.id ? "id_token" : "access_token");
+}
+
 /// The sign-in may have ended in the middle: the library signs the device out when nothing can rescue the token.
 Failure TokenFailure(const TokenWish& wish, const varnkivo::KivoException& error, const Beginning& before,
                      std::int64_t seconds, Voice voice) {
@@ -63,16 +77,17 @@ Failure TokenFailure(const TokenWish& wish, const varnkivo::KivoException& error
     return failure;
   }
   const Failure failure = PlainFailure(wish, error, seconds);
+  if (StoredSetIsToBlame(wish, error.GetCode(), failure, before.account.signIn)) {
+    Failure useless =
+        UselessToken(wish, "The stored token set of the package cannot be used: " + TokenPath(wish.package) + ".",
+                     "Nothing; it neither uses nor replaces the set by itself.");
+    useless.libraryCode = error.GetCode();
+    return useless;
+  }
   if (before.account.signIn == SignIn::kSignedIn || failure.exit != kNotSignedIn) return failure;
   Failure signedOut = NotSignedInFailure();
   signedOut.libraryCode = error.GetCode();
   return signedOut;
-}
-
-Failure UselessToken(const TokenWish& wish, const char* cause, const char* deviceNext) {
-  return {kFailed,    std::nullopt,
-          cause,      Retry::kNo,
-          deviceNext, wish.ofPackage ? "varnkivo token" + PackageWords(wish) + " --force" : "varnkivo logout --local"};
 }
 
 /// RFC 6749, appendix A.12. A header or a script must not get more than a token, or nothing at all.
