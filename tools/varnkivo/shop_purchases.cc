@@ -1,6 +1,6 @@
 // `shop purchases`: what the signed-in account has bought, as a table, a document or a file for a spreadsheet. Reads
 // the record and asks the shop; touches nothing. The shop parts the values of a filter at commas, so that none may hold
-// one. An answer is shown only where every row of it is one: a sum over the others would be wrong.
+// one.
 #include <varn/platform.h>
 
 #include <cmath>
@@ -12,9 +12,9 @@
 
 #include "account_state.h"
 #include "output.h"
-#include "purchase_request.h"
 #include "shop_answer.h"
 #include "shop_verbs.h"
+#include "spinner.h"
 #include "text.h"
 #include "text_table.h"
 
@@ -24,7 +24,9 @@ namespace {
 constexpr char kHelp[] = "varnkivo shop purchases --help";
 using Texts = std::vector<std::string>;
 
-struct PurchaseOptions : PurchaseQuery {
+struct PurchaseOptions {
+  std::string from, to, language;
+  Texts apps, serials, prices, payers;
   bool csv = false, json = false;
 };
 
@@ -62,9 +64,10 @@ void CheckFilter(const std::string& option, const std::string& value) {
 }
 
 void CheckOptions(const PurchaseOptions& options) {
-  for (const auto& day : {options.from, options.to})
-    if (day && !IsDay(*day)) throw UsageFailure("\"" + *day + "\" is not a day as 2026-01-31.", kHelp);
-  if (options.from && options.to && *options.to < *options.from) throw UsageFailure("--to is before --from.", kHelp);
+  for (const std::string& day : {options.from, options.to})
+    if (!day.empty() && !IsDay(day)) throw UsageFailure("\"" + day + "\" is not a day as 2026-01-31.", kHelp);
+  if (!options.from.empty() && !options.to.empty() && options.to < options.from)
+    throw UsageFailure("--to is before --from.", kHelp);
   for (const std::string& price : options.prices)
     if (!IsPrice(price)) throw UsageFailure("\"" + price + "\" is not a price as 4.99.", kHelp);
   for (const Filter& filter : FiltersOf(options))
@@ -74,13 +77,22 @@ void CheckOptions(const PurchaseOptions& options) {
 
 std::string Again(const PurchaseOptions& options) {
   std::string command = "varnkivo shop purchases";
-  if (options.from) command += " --from " + *options.from;
-  if (options.to) command += " --to " + *options.to;
+  if (!options.from.empty()) command += " --from " + options.from;
+  if (!options.to.empty()) command += " --to " + options.to;
   for (const Filter& filter : FiltersOf(options))
     for (const std::string& value : filter.values)
       command += std::string(" --") + filter.option + " " + ShellWord(value);
   return command;
 }
+
+/// Null where nothing was given: an empty list would be a filter too.
+Json::Value ListOf(const Texts& values) {
+  Json::Value list;
+  for (const std::string& value : values) list.append(value);
+  return list;
+}
+
+const char* TextOrNone(const std::string& text) { return text.empty() ? nullptr : text.c_str(); }
 
 std::string Language(const PurchaseOptions& options) {
   char language[32] = {};
@@ -88,14 +100,21 @@ std::string Language(const PurchaseOptions& options) {
   return VLIBCFileGetKeyValue("/etc/varninfo.conf", "language", language, sizeof language) > 0 ? language : "enu";
 }
 
-std::vector<Purchase> Purchases(const PurchaseOptions& options) {
+std::vector<Purchase> AskForPurchases(const PurchaseOptions& options) {
   const Situation situation = {Situation::Doing::kShop, Again(options), "", ""};
-  PurchaseQuery query = options;
-  query.language = Language(options);
+  Json::Value answer(Json::objectValue);
+  {
+    const Spinner spinner("Asking the shop", kShopSeconds, !options.json);
+    VARNKIVOErrSet(KIVO_ERR_SUCCESS);
+    if (VARNKIVOAccountPurchaseList(Language(options).c_str(), TextOrNone(options.from), TextOrNone(options.to),
+                                    ListOf(options.apps), ListOf(options.serials), ListOf(options.prices),
+                                    ListOf(options.payers), answer) != 0)
+      throw Explain(VARNKIVOErrGet(), situation);
+  }
   std::vector<Purchase> purchases;
-  for (const Json::Value& row : AskForPurchases(query, situation, options.json)) {
+  for (const Json::Value& row : answer["logs"]) {
     const auto text = [&](const char* name) { return ShopText(row, name, situation); };
-    purchases.push_back({text("create_at"), text("app"), text("pay_status"), text("paypal_id"), text("transaction_id"),
+    purchases.push_back({text("date"), text("item"), text("pay_status"), text("buyer_id"), text("transaction_id"),
                          text("model"), text("serial"), ShopPrice(row, "price", situation)});
   }
   return purchases;
@@ -123,7 +142,7 @@ void PrintJson(const std::vector<Purchase>& purchases, double sum) {
 Exit RunPurchases(const PurchaseOptions& options) {
   CheckOptions(options);
   if (ReadAccountState(Again(options)).signIn != SignIn::kSignedIn) throw NotSignedInFailure();
-  const std::vector<Purchase> purchases = Purchases(options);
+  const std::vector<Purchase> purchases = AskForPurchases(options);
   TextTable table({"Date", "Item", ">Price", "Status", "Buyer", "Transaction", "Model", "Serial"});
   double sum = 0;
   for (const Purchase& row : purchases) {
@@ -151,11 +170,8 @@ void AddShopPurchases(CLI::App& shop, Invocation& call) {
   CLI::App* verb = AddVerb(shop, call, "purchases", "List what the signed-in account has bought",
                            "varnkivo shop purchases --from 2026-01-01 --app photos --app songbook\n"
                            "  varnkivo shop purchases --csv > purchases.csv");
-  const std::tuple<const char*, std::optional<std::string>&, const char*> days[] = {
-      {"--from", options->from, "From this day on, as 2026-01-31"}, {"--to", options->to, "Up to this day"}};
-  for (const auto& [name, day, help] : days)  // not as an optional, which "" would leave empty
-    verb->add_option_function<std::string>(
-        name, [&value = day](const std::string& text) { value = text; }, help);
+  verb->add_option("--from", options->from, "From this day on, as 2026-01-31");
+  verb->add_option("--to", options->to, "Up to this day");
   const std::tuple<const char*, Texts&, const char*> filters[] = {
       {"--app", options->apps, "Of this application; may be repeated, as the following"},
       {"--serial", options->serials, "For the device of this serial number"},
