@@ -134,13 +134,13 @@ Exit RunShow(const ShowOptions& options) {
 
 }  // namespace
 
-void AddAccountShow(CLI::App& account, Invocation& call) {
+void AddAccountShow(Verb account, Invocation& call) {
   auto options = std::make_shared<ShowOptions>();
-  CLI::App* show = AddVerb(account, call, "show", "Show the stored profile; asks nobody without --refresh",
-                           "varnkivo account show --refresh");
-  show->add_flag("--refresh", options->refresh, "Ask the account centre first, unless it was asked within 5 minutes");
-  show->add_flag("--show-secrets", options->showSecrets, "Print the auth key too");
-  show->callback([options, &call] {
+  const Verb show = account.AddVerb(call, "show", "Show the stored profile; asks nobody without --refresh",
+                                    "varnkivo account show --refresh");
+  show.Flag("--refresh", options->refresh, "Ask the account centre first, unless it was asked within 5 minutes");
+  show.Flag("--show-secrets", options->showSecrets, "Print the auth key too");
+  show.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunShow(*options); };
   });

@@ -158,16 +158,12 @@ FetchedToken FetchToken(const TokenWish& wish, bool quiet) {
   }
 }
 
-CLI::Option* AddPackageOption(CLI::App& verb, TokenWish& wish) {
-  return verb
-      .add_option_function<std::string>(
-          "--package",
-          [&wish](const std::string& name) {
-            wish.ofPackage = true;
-            wish.package = name;
-          },
-          "The token of the installed package NAME instead of the device's own")
-      ->type_name("NAME");
+Option AddPackageOption(Verb verb, TokenWish& wish) {
+  const auto take = [&wish](const std::string& name) {
+    wish.ofPackage = true;
+    wish.package = name;
+  };
+  return verb.Text("--package", take, "NAME", "The token of the installed package NAME instead of the device's own");
 }
 
 std::string PackageWords(const TokenWish& wish) {

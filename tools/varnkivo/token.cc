@@ -45,31 +45,21 @@ Exit RunToken(TokenOptions& options) {
 
 }  // namespace
 
-void AddToken(CLI::App& app, Invocation& call) {
+void AddToken(Verb app, Invocation& call) {
   auto options = std::make_shared<TokenOptions>();
-  CLI::App* verb = AddVerb(app, call, "token",
-                           "Print a valid access token of this device or of a package, renewed where it has expired",
-                           "curl -H @<(varnkivo token --format header) https://account.kivo.example/...\n"
-                           "  eval \"$(varnkivo token --format env)\"\n"
-                           "  varnkivo token --min-valid 300 --json\n"
-                           "  varnkivo token --package photos --min-valid 300");
-  verb->add_option("--format", options->format, "token, json, env or header")
-      ->check(CLI::IsMember({"token", "json", "env", "header"}));
-  verb->add_flag("--id", options->wish.id, "The id token instead of the access token");
-  CLI::Option* package = AddPackageOption(*verb, options->wish);
-  verb->add_flag("--force", options->wish.grantAnew, "Have the package's token granted anew first")->needs(package);
-  verb->add_option("--min-valid", options->wish.minValid,
-                   "With fewer seconds left: a package's token is granted anew, else the tool ends with 5")
-      ->check(CLI::Validator(
-          [](const std::string& text) {
-            const bool isNumber =
-                !text.empty() && text.size() <= 8 && text.find_first_not_of("0123456789") == text.npos;
-            return isNumber && std::stol(text) <= kYear
-                       ? ""
-                       : "\"" + text + "\" is not a number of seconds from 0 to 31536000";
-          },
-          "SECONDS"));
-  verb->callback([options, &call] {
+  const Verb verb = app.AddVerb(
+      call, "token", "Print a valid access token of this device or of a package, renewed where it has expired",
+      "curl -H @<(varnkivo token --format header) https://account.kivo.example/...\n"
+      "  eval \"$(varnkivo token --format env)\"\n"
+      "  varnkivo token --min-valid 300 --json\n"
+      "  varnkivo token --package photos --min-valid 300");
+  verb.Text("--format", options->format, "token, json, env or header").OneOf({"token", "json", "env", "header"});
+  verb.Flag("--id", options->wish.id, "The id token instead of the access token");
+  const Option package = AddPackageOption(verb, options->wish);
+  verb.Flag("--force", options->wish.grantAnew, "Have the package's token granted anew first").Needs(package);
+  verb.Seconds("--min-valid", options->wish.minValid, kYear,
+               "With fewer seconds left: a package's token is granted anew, else the tool ends with 5");
+  verb.OnUse([options, &call] {
     if (call.json) options->format = "json";
     call.json = options->format == "json";
     call.run = [options] { return RunToken(*options); };
