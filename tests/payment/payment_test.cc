@@ -27,7 +27,7 @@ TEST(Payment, ArgumentsAreSentAsTheyStand) {
   } rows[] = {
       {"getItemList", R"({"n":2,"a":"x y&","t":true,"z":null})",
        "GET /api/getItemList.php?" + DeviceFields() + "&a=x%20y%26&n=2%0A&t=true%0A&z=null%0A" + kHost},
-      {"getAppItemInfo", R"({"app":"photos"})", "GET /api/package/record?" + DeviceFields() + "&app=photos" + kHost},
+      {"GeTaPpItEmInFo", R"({"app":"photos"})", "GET /api/package/record?" + DeviceFields() + "&app=photos" + kHost},
       {"GETitemLIST", "{}", "GET /api/getItemList.php?" + DeviceFields() + kHost},
       {"AUTH", R"({"b":"1","a":"2"})", "POST /api/auth.php" + kHost + DeviceFields() + "&a=2&b=1"}};
   for (const auto& row : rows) {

@@ -85,6 +85,7 @@ TEST_F(SimTest, FaultyRequestsAreRefusedInTheirOwnWayAndComplainedOf) {
       {{login.url, kLogin, {}, "PUT"}, 400, "", "method is PUT"},
       {{login.url, kLogin, {"Content-Type: text/plain"}}, 400, "", "content type"},
       {{login.url + "?a=1", kLogin}, 400, "", "query text in the URL"},
+      {{login.url, kLogin, {Client(std::string(100000, 'A'))}}, 400, "", "header limit"},
       {{kApi + "no_such", kLogin}, 404, "", "no such path"},
       {{kAccount + "/", kLogin, {"Host: evil.example"}}, 404, "", "no such host"},
       {{kAccount + "/", kLogin, {"Host: account-test.kivo.example"}}, 404, "", "handshake was for"},

@@ -61,6 +61,9 @@ TEST_F(ToolTest, MistakesEndWithTwoAndSuggestWhatWasMeant) {
       {{"login", "--key", "--email", kEmail}, "either", "varnkivo login --help"},
       {{"login", "--email", "a\nb", "--password-stdin"}, "control characters", "varnkivo login --help"},
       {{"login", "--email", kEmail, "--password-stdin", "--password-file", "/x"}, "excludes", "varnkivo login --help"},
+      {{"token", "--min-valid", "-1"}, "from 0 to 31536000", "varnkivo token --help"},
+      {{"token", "--min-valid", ""}, "from 0 to 31536000", "varnkivo token --help"},
+      {{"token", "--min-valid", "31536001"}, "from 0 to 31536000", "varnkivo token --help"},
       {{"--report_info", "status"}, "stands alone", "varnkivo"}};
   for (const auto& mistake : mistakes) {
     const Result result = Tool(mistake.arguments);

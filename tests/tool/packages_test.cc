@@ -103,9 +103,39 @@ TEST_F(PackagesTest, WhatCannotBeHadEndsWithItsCodeAndWhy) {
     EXPECT_EQ(row.run, error["run"].asString());
     EXPECT_EQ(1u, Cloud().Requests(kGrant).size()) << "a second grant would give no longer token";
   }
+  Cloud().TakeDown("account", Fault::ResetAfterRequest());
+  EXPECT_THAT(ErrorOf(Tool(With(kAsk, again)))["cause"].asString(), HasSubstr("could not be reached"));
+  Cloud().BringBack();
   EXPECT_EQ("sudo " + plain, ErrorOf(AsOrdinaryUser(kAsk))["run"].asString());
   EXPECT_EQ(0, Tool({"logout", "--yes"}).exit);
   EXPECT_EQ("not_signed_in", ErrorOf(Tool(kAsk))["kind"].asString());
+}
+
+TEST_F(PackagesTest, AStoredSetOfNoUseIsToldAsOneAndReplacedByForce) {
+  const std::string deep(5000, '['), huge = "{\"a\":\"" + std::string(5u << 20, 'a') + "\"}";
+  const std::string tokens = R"({"access_token":"a","id_token":"i","refresh_token":"r","created_at":1)";
+  for (const std::string& content : {std::string(), tokens, std::string("[]"), deep, huge, tokens + "}",
+                                     tokens + R"(,"expires_in":{}})", std::string(R"({"created_at":1})")}) {
+    Write(kTokens, content, 0600);
+    Cloud().ClearJournal();
+    const Json::Value error = ErrorOf(Tool(kAsk));
+    EXPECT_EQ("1 no", error["exit_code"].asString() + " " + error["retry_helps"].asString()) << content.substr(0, 90);
+    EXPECT_THAT(error["cause"].asString(), HasSubstr(kTokens));
+    EXPECT_EQ("varnkivo token --package photos --force", error["run"].asString());
+    EXPECT_EQ(0u, Cloud().Connections());
+  }
+  EXPECT_EQ(0, Tool(With(kAsk, {"--force"})).exit);
+}
+
+TEST_F(PackagesTest, ALockFileOfNoUseIsNotTakenForABusyProcess) {
+  const std::string lock = "/tmp/account_photos_package_get_token.lock";
+  std::filesystem::remove(lock);
+  ASSERT_EQ(0, mkfifo(lock.c_str(), 0666));
+  const Json::Value error = ErrorOf(Tool(kAsk));
+  EXPECT_EQ("6 no", error["exit_code"].asString() + " " + error["retry_helps"].asString());
+  EXPECT_EQ("The lock file " + lock + " is no ordinary file.", error["cause"].asString());
+  EXPECT_EQ("ls -ld " + lock, error["run"].asString());
+  std::filesystem::remove(lock);
 }
 
 TEST_F(PackagesTest, TheListTellsWhatTheFilesSayAndAsksNobody) {

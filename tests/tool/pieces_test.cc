@@ -5,6 +5,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <fstream>
+
 #include "apart.h"
 #include "cron_schedule.h"
 #include "exit_codes.h"
@@ -58,6 +60,14 @@ TEST(NextRun, FollowsTheRulesOfCron) {
   for (const auto& line : lines) EXPECT_EQ(line.next, NextRun(line.line, now)) << line.line;
   unsetenv("TZ");
   tzset();
+}
+
+TEST(Busy, IsWhatWaitedForAsLongAsTheLibraryWaits) {
+  std::ofstream("/tmp/held").flush();
+  Situation locked{Situation::Doing::kPackageToken, "again", "Failed to lock file: /tmp/held [code=22]\n#0", "", 30};
+  EXPECT_EQ(Retry::kYes, Explain(22, locked).retry);
+  locked.seconds = 29;
+  EXPECT_EQ("ls -ld /tmp/held", Explain(22, locked).run);
 }
 
 TEST(ExitCode, FollowsFromTheLibrarysCodeAndWhoAsked) {

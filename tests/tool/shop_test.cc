@@ -99,13 +99,15 @@ TEST_F(ShopTest, TheHistoryIsFilteredAndAddedUpAndAMistakeIsNotSent) {
 }
 
 TEST_F(ShopTest, ATextOfThePayerIsNeitherAFormulaNorASteeringSequence) {
-  const std::string row = R"({"code":"good","entries":[{"create_at":null,"app":"=1+1,\"x\"","paypal_id":"@a",)"
-                          R"("transaction_id":-7,"model":"a\u001b[2J\nb","serial":"+\u009b","price":-4.5}]})";
+  const std::string row =
+      R"({"code":"good","entries":[{"create_at":null,"app":"=1+1,\"x\"","paypal_id":"@a",)"
+      R"("transaction_id":-7,"model":"a\u001b[2J\nb\u202e\u061c","serial":"+\u009b\u2069","price":-4.5}]})";
   EXPECT_EQ(
       "Date,Item,Price,Status,Buyer,Transaction,Model,Serial\r\n"
-      ",\"'=1+1,\"\"x\"\"\",-4.50,,'@a,'-7,a\\x1b[2J\\x0ab,'+\\x9b\r\n",
+      ",\"'=1+1,\"\"x\"\"\",-4.50,,'@a,'-7,a\\x1b[2J\\x0ab\\u202e\\u061c,'+\\x9b\\u2069\r\n",
       Answered(row, {"shop", "purchases", "--csv"}).out);
-  EXPECT_THAT(Answered(row, {"shop", "purchases", "--json"}).out, Not(HasSubstr("\xc2\x9b")));
+  const Result document = Answered(row, {"shop", "purchases", "--json"});
+  for (const char* raw : {"\xc2\x9b", "\xe2\x80\xae", "\xd8\x9c"}) EXPECT_THAT(document.out, Not(HasSubstr(raw)));
 }
 
 TEST_F(ShopTest, AnAnswerThatIsNoneIsToldAndNotPrinted) {

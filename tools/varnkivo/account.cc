@@ -3,14 +3,13 @@
 
 namespace kivotool {
 
-void AddAccount(CLI::App& app, Invocation& call) {
-  CLI::App* account = app.add_subcommand("account", "The account: show or change it, or register a new one");
-  account->require_subcommand(1);
-  account->footer("Example:\n  varnkivo account show");
-  AddAccountShow(*account, call);
-  AddAccountSet(*account, call);
-  AddAccountPassword(*account, call);
-  AddAccountRegister(*account, call);
+void AddAccount(Verb app, Invocation& call) {
+  const Verb account =
+      app.AddGroup("account", "The account: show or change it, or register a new one", "varnkivo account show");
+  AddAccountShow(account, call);
+  AddAccountSet(account, call);
+  AddAccountPassword(account, call);
+  AddAccountRegister(account, call);
 }
 
 }  // namespace kivotool

@@ -78,13 +78,14 @@ Exit RunPassword(const PasswordOptions& options) {
 
 }  // namespace
 
-void AddAccountPassword(CLI::App& account, Invocation& call) {
+void AddAccountPassword(Verb account, Invocation& call) {
   auto options = std::make_shared<PasswordOptions>();
-  CLI::App* verb = AddVerb(account, call, "password", "Give the signed-in account a new password",
-                           "varnkivo account password\n"
-                           "  varnkivo account password --password-stdin < /root/passwords   # two lines: old, new");
-  verb->add_flag("--password-stdin", options->fromStdin, "Read the current password and the new one, a line each");
-  verb->callback([options, &call] {
+  const Verb verb =
+      account.AddVerb(call, "password", "Give the signed-in account a new password",
+                      "varnkivo account password\n"
+                      "  varnkivo account password --password-stdin < /root/passwords   # two lines: old, new");
+  verb.Flag("--password-stdin", options->fromStdin, "Read the current password and the new one, a line each");
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunPassword(*options); };
   });

@@ -80,21 +80,22 @@ Exit RunRegister(const RegisterOptions& options) {
 
 }  // namespace
 
-void AddAccountRegister(CLI::App& account, Invocation& call) {
+void AddAccountRegister(Verb account, Invocation& call) {
   auto options = std::make_shared<RegisterOptions>();
-  CLI::App* verb = AddVerb(account, call, "register", "Create a new account; the e-mail address is confirmed by mail",
-                           "varnkivo account register --email ann@example.com --name \"Ann Example\"\n\n"
-                           "The password comes from standard input, a file only its owner can read, the service\n"
-                           "manager ($CREDENTIALS_DIRECTORY/varnkivo.password), or a prompt, which asks twice.");
-  verb->add_option("--email", options->email, "E-mail address of the new account")->required();
-  verb->add_option("--name", options->name, "Full name of its owner")->required();
-  verb->add_option("--country", options->country, "Country of its owner");
-  verb->add_flag("--critical-release", options->criticalRelease, "Mails about critical releases");
-  verb->add_flag("--enews", options->enews, "News by mail");
-  verb->add_flag("--local-promotion", options->localPromotion, "Local promotions by mail");
-  CLI::Option* input = verb->add_flag("--password-stdin", options->secretFromStdin, "Read it from standard input");
-  verb->add_option("--password-file", options->secretFile, "Read the password from this file")->excludes(input);
-  verb->callback([options, &call] {
+  const Verb verb =
+      account.AddVerb(call, "register", "Create a new account; the e-mail address is confirmed by mail",
+                      "varnkivo account register --email ann@example.com --name \"Ann Example\"\n\n"
+                      "The password comes from standard input, a file only its owner can read, the service\n"
+                      "manager ($CREDENTIALS_DIRECTORY/varnkivo.password), or a prompt, which asks twice.");
+  verb.Text("--email", options->email, "E-mail address of the new account").Required();
+  verb.Text("--name", options->name, "Full name of its owner").Required();
+  verb.Text("--country", options->country, "Country of its owner");
+  verb.Flag("--critical-release", options->criticalRelease, "Mails about critical releases");
+  verb.Flag("--enews", options->enews, "News by mail");
+  verb.Flag("--local-promotion", options->localPromotion, "Local promotions by mail");
+  const Option input = verb.Flag("--password-stdin", options->secretFromStdin, "Read it from standard input");
+  verb.Text("--password-file", options->secretFile, "Read the password from this file").Excludes(input);
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunRegister(*options); };
   });

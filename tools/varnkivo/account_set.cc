@@ -118,27 +118,27 @@ Exit RunSet(const SetOptions& options) {
 
 }  // namespace
 
-void AddAccountSet(CLI::App& account, Invocation& call) {
+void AddAccountSet(Verb account, Invocation& call) {
   auto options = std::make_shared<SetOptions>();
-  CLI::App* verb = AddVerb(account, call, "set", "Change the signed-in account; only what is given is sent",
-                           "varnkivo account set --name \"Ann Example\" --enews no\n"
-                           "  varnkivo account set --email new@example.com   # asks for the current password\n\n"
-                           "The password for --email comes from standard input, a file only its owner can read, the\n"
-                           "service manager ($CREDENTIALS_DIRECTORY/varnkivo.password), or a prompt.");
-  verb->add_option("--name", options->name, "Full name");
-  verb->add_option("--email", options->email, "E-mail address; needs the current password");
-  verb->add_option("--country", options->country, "Country");
-  verb->add_option("--language", options->language, "Language of the mails");
-  verb->add_option("--timezone", options->timeZone, "Time zone");
-  const CLI::IsMember yesOrNo({"yes", "no"});
-  verb->add_option("--enews", options->enews, "News by mail: yes or no")->check(yesOrNo);
-  verb->add_option("--critical-release", options->criticalRelease, "Mails about critical releases: yes or no")
-      ->check(yesOrNo);
-  verb->add_option("--local-promotion", options->localPromotion, "Local promotions by mail: yes or no")->check(yesOrNo);
-  verb->add_option("--versions", options->versions, "Versions whose critical releases matter, with commas between");
-  CLI::Option* input = verb->add_flag("--password-stdin", options->secretFromStdin, "Read it from standard input");
-  verb->add_option("--password-file", options->secretFile, "Read the password from this file")->excludes(input);
-  verb->callback([options, &call] {
+  const Verb verb =
+      account.AddVerb(call, "set", "Change the signed-in account; only what is given is sent",
+                      "varnkivo account set --name \"Ann Example\" --enews no\n"
+                      "  varnkivo account set --email new@example.com   # asks for the current password\n\n"
+                      "The password for --email comes from standard input, a file only its owner can read, the\n"
+                      "service manager ($CREDENTIALS_DIRECTORY/varnkivo.password), or a prompt.");
+  verb.Text("--name", options->name, "Full name");
+  verb.Text("--email", options->email, "E-mail address; needs the current password");
+  verb.Text("--country", options->country, "Country");
+  verb.Text("--language", options->language, "Language of the mails");
+  verb.Text("--timezone", options->timeZone, "Time zone");
+  const std::vector<std::string> yesOrNo = {"yes", "no"};
+  verb.Text("--enews", options->enews, "News by mail: yes or no").OneOf(yesOrNo);
+  verb.Text("--critical-release", options->criticalRelease, "Mails about critical releases: yes or no").OneOf(yesOrNo);
+  verb.Text("--local-promotion", options->localPromotion, "Local promotions by mail: yes or no").OneOf(yesOrNo);
+  verb.Text("--versions", options->versions, "Versions whose critical releases matter, with commas between");
+  const Option input = verb.Flag("--password-stdin", options->secretFromStdin, "Read it from standard input");
+  verb.Text("--password-file", options->secretFile, "Read the password from this file").Excludes(input);
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunSet(*options); };
   });

@@ -3,6 +3,7 @@
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <memory>
@@ -32,6 +33,7 @@ bool Refresh(const Beginning& beginning, bool json) {
   if (before.signIn != SignIn::kSignedIn) return false;  // the caller prints the empty document first
   Json::Value profile;  // what is printed is read from the record, which has all of this and more
   int result = -1, code = 0;
+  const auto begin = std::chrono::steady_clock::now();
   {
     const Spinner spinner("Asking the account centre", kQuerySeconds, !json);
     VARNKIVOErrSet(KIVO_ERR_SUCCESS);
@@ -44,6 +46,8 @@ bool Refresh(const Beginning& beginning, bool json) {
   Situation situation;
   situation.doing = Situation::Doing::kQuery;
   situation.again = kAgain;
+  situation.seconds =
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin).count();
   throw Explain(code, situation);
 }
 
@@ -130,13 +134,13 @@ Exit RunShow(const ShowOptions& options) {
 
 }  // namespace
 
-void AddAccountShow(CLI::App& account, Invocation& call) {
+void AddAccountShow(Verb account, Invocation& call) {
   auto options = std::make_shared<ShowOptions>();
-  CLI::App* show = AddVerb(account, call, "show", "Show the stored profile; asks nobody without --refresh",
-                           "varnkivo account show --refresh");
-  show->add_flag("--refresh", options->refresh, "Ask the account centre first, unless it was asked within 5 minutes");
-  show->add_flag("--show-secrets", options->showSecrets, "Print the auth key too");
-  show->callback([options, &call] {
+  const Verb show = account.AddVerb(call, "show", "Show the stored profile; asks nobody without --refresh",
+                                    "varnkivo account show --refresh");
+  show.Flag("--refresh", options->refresh, "Ask the account centre first, unless it was asked within 5 minutes");
+  show.Flag("--show-secrets", options->showSecrets, "Print the auth key too");
+  show.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunShow(*options); };
   });

@@ -5,9 +5,9 @@
 
 namespace kivotool {
 
-void AddAccountShow(CLI::App& account, Invocation& call);
-void AddAccountRegister(CLI::App& account, Invocation& call);
-void AddAccountSet(CLI::App& account, Invocation& call);
-void AddAccountPassword(CLI::App& account, Invocation& call);
+void AddAccountShow(Verb account, Invocation& call);
+void AddAccountRegister(Verb account, Invocation& call);
+void AddAccountSet(Verb account, Invocation& call);
+void AddAccountPassword(Verb account, Invocation& call);
 
 }  // namespace kivotool

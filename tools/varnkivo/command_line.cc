@@ -2,6 +2,7 @@
 #include "command_line.h"
 
 #include <varnkivo/varnkivo.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <vector>
@@ -89,14 +90,6 @@ Mistake FindMistake(const CLI::App& app, int argc, char** argv) {
 
 }  // namespace
 
-CLI::App* AddVerb(CLI::App& app, Invocation& call, const std::string& name, const std::string& description,
-                  const std::string& example) {
-  CLI::App* verb = app.add_subcommand(name, description);
-  verb->footer("Example:\n  " + example);
-  verb->add_flag("--json", call.json, "Print one JSON document; an error is one JSON object on stderr");
-  return verb;
-}
-
 void DefineCommandLine(CLI::App& app, Invocation& call) {
   app.description("Connects this device to its Kivo account.");
   app.set_version_flag("--version", std::string("varnkivo ") + VARNKIVO_VERSION, "Print the version");
@@ -109,21 +102,22 @@ void DefineCommandLine(CLI::App& app, Invocation& call) {
       "  varnkivo account show --json\n\n"
       "Exit codes: 0 done, 1 failed, 2 usage, 3 not signed in, 4 refused, 5 network or server, 6 busy,\n"
       "7 permission, 8 device not provisioned, 9 already so, 130 interrupted.");
-  AddLogin(app, call);
-  AddLogout(app, call);
-  AddToken(app, call);
-  AddExec(app, call);
-  AddStatus(app, call);
-  AddWhoami(app, call);
-  AddIsSignedIn(app, call);
-  AddAccount(app, call);
-  AddReport(app, call);
-  AddPackages(app, call);
-  AddShop(app, call);
-  AddScan(app, call);
-  AddPaths(app, call);
-  AddVersion(app, call);
-  AddReportInfo(app, call);
+  const Verb verbs(app);
+  AddLogin(verbs, call);
+  AddLogout(verbs, call);
+  AddToken(verbs, call);
+  AddExec(verbs, call);
+  AddStatus(verbs, call);
+  AddWhoami(verbs, call);
+  AddIsSignedIn(verbs, call);
+  AddAccount(verbs, call);
+  AddReport(verbs, call);
+  AddPackages(verbs, call);
+  AddShop(verbs, call);
+  AddScan(verbs, call);
+  AddPaths(verbs, call);
+  AddVersion(verbs, call);
+  AddReportInfo(verbs, call);
 }
 
 Failure ExplainMistake(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv) {

@@ -1,45 +1,31 @@
 // The verbs and their options, in one definition: parsing, help and the suggestions for mistyped words come from it.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "failure.h"
+#include "verb.h"
+
+namespace CLI {
+class ParseError;
+}  // namespace CLI
 
 namespace kivotool {
 
-/// What the command line asked for; a verb's callback fills `run`, main calls it.
-struct Invocation {
-  bool json = false;
-  std::vector<std::string> program;  ///< every word after the first "--", as it came
-  bool takesProgram = false;         ///< set by the verb that wants them
-  bool silent = false;               ///< set by the verb that prints nothing, not even when it is interrupted
-  std::function<Exit()> run;
-};
-
 // One function a verb: adds it, with its options, help and example.
-void AddLogin(CLI::App& app, Invocation& call);
-void AddLogout(CLI::App& app, Invocation& call);
-void AddExec(CLI::App& app, Invocation& call);
-void AddToken(CLI::App& app, Invocation& call);
-void AddStatus(CLI::App& app, Invocation& call);
-void AddWhoami(CLI::App& app, Invocation& call);
-void AddIsSignedIn(CLI::App& app, Invocation& call);
-void AddAccount(CLI::App& app, Invocation& call);
-void AddReport(CLI::App& app, Invocation& call);
-void AddPackages(CLI::App& app, Invocation& call);
-void AddShop(CLI::App& app, Invocation& call);
-void AddScan(CLI::App& app, Invocation& call);
-void AddPaths(CLI::App& app, Invocation& call);
-void AddVersion(CLI::App& app, Invocation& call);
-void AddReportInfo(CLI::App& app, Invocation& call);
-
-/// A verb with "--json" and an example under its help.
-CLI::App* AddVerb(CLI::App& app, Invocation& call, const std::string& name, const std::string& description,
-                  const std::string& example);
+void AddLogin(Verb app, Invocation& call);
+void AddLogout(Verb app, Invocation& call);
+void AddExec(Verb app, Invocation& call);
+void AddToken(Verb app, Invocation& call);
+void AddStatus(Verb app, Invocation& call);
+void AddWhoami(Verb app, Invocation& call);
+void AddIsSignedIn(Verb app, Invocation& call);
+void AddAccount(Verb app, Invocation& call);
+void AddReport(Verb app, Invocation& call);
+void AddPackages(Verb app, Invocation& call);
+void AddShop(Verb app, Invocation& call);
+void AddScan(Verb app, Invocation& call);
+void AddPaths(Verb app, Invocation& call);
+void AddVersion(Verb app, Invocation& call);
+void AddReportInfo(Verb app, Invocation& call);
 
 /// All of it.
 void DefineCommandLine(CLI::App& app, Invocation& call);

@@ -57,17 +57,17 @@ Exit RunExec(ExecOptions& options) {
 
 }  // namespace
 
-void AddExec(CLI::App& app, Invocation& call) {
+void AddExec(Verb app, Invocation& call) {
   auto options = std::make_shared<ExecOptions>();
-  CLI::App* verb =
-      AddVerb(app, call, "exec", "Run the program after \"--\", with a valid access token in VARNKIVO_ACCESS_TOKEN",
-              "varnkivo exec -- sh -c 'echo \"Authorization: Bearer $VARNKIVO_ACCESS_TOKEN\" | curl -H @- URL'\n"
-              "  varnkivo exec --package photos -- /usr/local/bin/photos-sync\n\n"
-              "Ends with the program's own exit code; with 127 where there is no such program, and 126 where it cannot "
-              "be run.");
-  verb->get_option("--json")->description("An error of the tool is one JSON object on stderr");
-  AddPackageOption(*verb, options->wish);
-  verb->callback([options, &call] {
+  const Verb verb = app.AddVerb(
+      call, "exec", "Run the program after \"--\", with a valid access token in VARNKIVO_ACCESS_TOKEN",
+      "varnkivo exec -- sh -c 'echo \"Authorization: Bearer $VARNKIVO_ACCESS_TOKEN\" | curl -H @- URL'\n"
+      "  varnkivo exec --package photos -- /usr/local/bin/photos-sync\n\n"
+      "Ends with the program's own exit code; with 127 where there is no such program, and 126 where it cannot "
+      "be run.");
+  verb.Json().Described("An error of the tool is one JSON object on stderr");
+  AddPackageOption(verb, options->wish);
+  verb.OnUse([options, &call] {
     options->json = call.json;
     options->command = call.program;
     call.takesProgram = true;

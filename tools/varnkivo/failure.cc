@@ -4,9 +4,11 @@
 
 #include <varnkivo/varnkivo.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
+#include "lock_file.h"
 #include "output.h"
 #include "text.h"
 
@@ -17,6 +19,8 @@ using Doing = Situation::Doing;
 
 constexpr char kAnyLogin[] = "varnkivo login";
 constexpr char kLog[] = "grep varnkivo /var/log/syslog";
+constexpr std::int64_t kLockSeconds = 30;  // the library waits so long, and not less, for another process
+constexpr char kQueryLock[] = "/tmp/account_query_info.lock";  // a query has no text that would name it
 constexpr char kNothingChanged[] = "Nothing; what was stored before is unchanged.";
 
 struct Words {
@@ -110,7 +114,19 @@ Failure FromWords(const Words& words, const Situation& situation) {
           RunOf(words, situation)};
 }
 
+/// The library has one answer for a lock that is held and for a lock file that is of no use to it.
 Failure Busy(int code, const Situation& situation) {
+  const std::string path = situation.doing == Doing::kQuery ? kQueryLock : LockFileIn(situation.text);
+  LockTrouble trouble = path.empty() ? LockTrouble() : LookAtLockFile(path);
+  if (trouble.cause.empty() && !path.empty() && situation.seconds >= 0 && situation.seconds < kLockSeconds)
+    trouble.cause = "The lock file " + path + " could not be used, though nobody holds it (out of file descriptors?).";
+  if (!trouble.cause.empty())
+    return {kBusy,
+            code,
+            trouble.cause,
+            Retry::kNo,
+            "Nothing was changed; it goes on when an administrator has put the lock file right.",
+            trouble.run};
   return {kBusy,
           code,
           "Another process has been working on the account for more than 30 seconds.",
@@ -178,7 +194,26 @@ bool IsUnknownPackage(const std::string& text) {
   return false;
 }
 
+/// Whether no answer came at all. As above, only the beginning is the library's own.
+bool IsUnreached(const std::string& text) {
+  const std::string beginnings[] = {
+      "Failed to retrieve pacakge[", "Failed to grant pacakge[",
+      "Failed to exchange token, reqcode=", "Failed to renew token, reqcode=", "Failed to grant by authkey, reqcode="};
+  for (const std::string& before : beginnings) {
+    if (text.rfind(before, 0) != 0) continue;
+    const std::string behind = "], reqcode=";
+    return before.back() == '=' || text.compare(std::min(text.find(']'), text.size()), behind.size(), behind) == 0;
+  }
+  return false;
+}
+
+void SharpenToken(Failure& failure, int code, const Situation& situation) {
+  if (code == KIVO_ERR_RESPONSE && IsUnreached(situation.text))
+    failure.cause = "The account centre could not be reached.";
+}
+
 void SharpenPackage(Failure& failure, int code, const Situation& situation) {
+  SharpenToken(failure, code, situation);
   if (code == KIVO_ERR_AUTH) failure.cause = "The account centre refuses to renew the package's token.";
   if (code == KIVO_ERR_BAD_JSON) {
     failure.cause = "The account centre's answer was not JSON, or what it brought could not be stored (full disk?).";
@@ -222,6 +257,8 @@ void Sharpen(Failure& failure, int code, const Situation& situation) {
     SharpenReportOrChange(failure, code, situation);
   } else if (situation.doing == Doing::kPackageToken) {
     SharpenPackage(failure, code, situation);
+  } else if (situation.doing == Doing::kToken) {
+    SharpenToken(failure, code, situation);
   } else if (situation.doing == Doing::kShop || situation.doing == Doing::kShopLogin) {
     SharpenShop(failure, code, situation);
   } else if (code == KIVO_ERR_SYSTEM && situation.serverAnswer.rfind("badsys", 0) == 0) {

@@ -2,6 +2,7 @@
 // itself, and one command to run. Verbs throw it; main prints it, as text or as the JSON error object, on stderr.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -46,9 +47,10 @@ struct Situation {
     kShopLogin,
   };
   Doing doing = Doing::kReadingRecord;
-  std::string again;         ///< the command line that repeats the operation
-  std::string text;          ///< of the exception, if there was one
-  std::string serverAnswer;  ///< the "code" of the account centre's reply, if there was one
+  std::string again;          ///< the command line that repeats the operation
+  std::string text;           ///< of the exception, if there was one
+  std::string serverAnswer;   ///< the "code" of the account centre's reply, if there was one
+  std::int64_t seconds = -1;  ///< that the call took; -1: not known
 };
 
 /// The words for library code `code`.

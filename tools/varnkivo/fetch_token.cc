@@ -7,6 +7,7 @@
 #include <varnkivo/package_pkce_client.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <typeinfo>
 
@@ -26,8 +27,9 @@ constexpr int kStep = 30, kDeviceSteps = 5 + 3, kPackageSteps = kDeviceSteps + 9
 
 std::string Again(const TokenWish& wish) { return wish.again + (wish.grantAnew ? " --force" : ""); }
 
-Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error) {
-  if (!wish.ofPackage) return Explain(error.GetCode(), {Situation::Doing::kToken, Again(wish), error.what(), ""});
+Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error, std::int64_t seconds) {
+  if (!wish.ofPackage)
+    return Explain(error.GetCode(), {Situation::Doing::kToken, Again(wish), error.what(), "", seconds});
   if (error.GetCode() == KIVO_ERR_BAD_PARAM) {
     Failure failure = UsageFailure(
         "A package's name is 1 to 128 of A-Z a-z 0-9 . _ -, does not begin with a dot, and is not \"lum\".",
@@ -35,7 +37,7 @@ Failure PlainFailure(const TokenWish& wish, const varnkivo::KivoException& error
     failure.libraryCode = error.GetCode();
     return failure;
   }
-  return Explain(error.GetCode(), {Situation::Doing::kPackageToken, Again(wish), error.what(), ""});
+  return Explain(error.GetCode(), {Situation::Doing::kPackageToken, Again(wish), error.what(), "", seconds});
 }
 
 /// Whether the library fails so when the account centre has ended the sign-in; a lock that is held is no answer of it.
@@ -45,9 +47,23 @@ bool CanMeanSignOut(const varnkivo::KivoException& error) {
   return code == KIVO_ERR_NO_ACCOUNT || code == KIVO_ERR_AUTH || code == KIVO_ERR_TOKEN;
 }
 
+Failure UselessToken(const TokenWish& wish, const std::string& cause, const char* deviceNext) {
+  return {kFailed,    std::nullopt,
+          cause,      Retry::kNo,
+          deviceNext, wish.ofPackage ? "varnkivo token" + PackageWords(wish) + " --force" : "varnkivo logout --local"};
+}
+
+/// Whether a package's stored set is what the library stumbled over: that has the codes of an answer that is no JSON
+/// and of a sign-in that is missing. A new set does not look at the stored one.
+bool StoredSetIsToBlame(const TokenWish& wish, int code, const Failure& failure, SignIn before) {
+  if (!wish.ofPackage || wish.grantAnew || failure.exit == kBusy) return false;
+  const bool canBe = code == KIVO_ERR_BAD_JSON || (code == KIVO_ERR_TOKEN && before == SignIn::kSignedIn);
+  return canBe && IsUselessSet(wish.package, wish.id ? "id_token" : "access_token");
+}
+
 /// The sign-in may have ended in the middle: the library signs the device out when nothing can rescue the token.
 Failure TokenFailure(const TokenWish& wish, const varnkivo::KivoException& error, const Beginning& before,
-                     Voice voice) {
+                     std::int64_t seconds, Voice voice) {
   const SignOut signOut = NoticeSignOut(before, error.GetCode(), CanMeanSignOut(error), voice);
   if (signOut == SignOut::kOther) {
     Failure failure = SignedOutMeanwhileFailure();
@@ -60,17 +76,18 @@ Failure TokenFailure(const TokenWish& wish, const varnkivo::KivoException& error
     failure.cause = "The account centre no longer accepts this device: it has been signed out.";
     return failure;
   }
-  const Failure failure = PlainFailure(wish, error);
+  const Failure failure = PlainFailure(wish, error, seconds);
+  if (StoredSetIsToBlame(wish, error.GetCode(), failure, before.account.signIn)) {
+    Failure useless =
+        UselessToken(wish, "The stored token set of the package cannot be used: " + TokenPath(wish.package) + ".",
+                     "Nothing; it neither uses nor replaces the set by itself.");
+    useless.libraryCode = error.GetCode();
+    return useless;
+  }
   if (before.account.signIn == SignIn::kSignedIn || failure.exit != kNotSignedIn) return failure;
   Failure signedOut = NotSignedInFailure();
   signedOut.libraryCode = error.GetCode();
   return signedOut;
-}
-
-Failure UselessToken(const TokenWish& wish, const char* cause, const char* deviceNext) {
-  return {kFailed,    std::nullopt,
-          cause,      Retry::kNo,
-          deviceNext, wish.ofPackage ? "varnkivo token" + PackageWords(wish) + " --force" : "varnkivo logout --local"};
 }
 
 /// RFC 6749, appendix A.12. A header or a script must not get more than a token, or nothing at all.
@@ -125,6 +142,7 @@ FetchedToken AskForPackage(const TokenWish& wish) {
 
 FetchedToken FetchToken(const TokenWish& wish, bool quiet) {
   const Beginning before = Begin(Again(wish));
+  const auto begin = std::chrono::steady_clock::now();
   try {
     const Spinner spinner("Asking for a token", kStep * (wish.ofPackage ? kPackageSteps : kDeviceSteps), !quiet);
     FetchedToken token =
@@ -133,22 +151,19 @@ FetchedToken FetchToken(const TokenWish& wish, bool quiet) {
     RequireValidity(wish, token);
     return token;
   } catch (const varnkivo::KivoException& error) {
-    throw TokenFailure(wish, error, before, VoiceFor(quiet));
+    const auto took = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
+    throw TokenFailure(wish, error, before, took.count(), VoiceFor(quiet));
   } catch (const std::bad_cast&) {
     throw UselessToken(wish, "The stored token has no usable lifetime.", "Nothing; it cannot tell when to renew it.");
   }
 }
 
-CLI::Option* AddPackageOption(CLI::App& verb, TokenWish& wish) {
-  return verb
-      .add_option_function<std::string>(
-          "--package",
-          [&wish](const std::string& name) {
-            wish.ofPackage = true;
-            wish.package = name;
-          },
-          "The token of the installed package NAME instead of the device's own")
-      ->type_name("NAME");
+Option AddPackageOption(Verb verb, TokenWish& wish) {
+  const auto take = [&wish](const std::string& name) {
+    wish.ofPackage = true;
+    wish.package = name;
+  };
+  return verb.Text("--package", take, "NAME", "The token of the installed package NAME instead of the device's own");
 }
 
 std::string PackageWords(const TokenWish& wish) {

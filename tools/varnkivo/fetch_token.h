@@ -1,12 +1,11 @@
 // A valid token of the device or of a package, or why there is none.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <cstdint>
 #include <string>
 
 #include "token_state.h"
+#include "verb.h"
 
 namespace kivotool {
 
@@ -30,7 +29,7 @@ struct FetchedToken {
 FetchedToken FetchToken(const TokenWish& wish, bool quiet);
 
 /// Adds "--package NAME" to `verb`.
-CLI::Option* AddPackageOption(CLI::App& verb, TokenWish& wish);
+Option AddPackageOption(Verb verb, TokenWish& wish);
 /// " --package NAME" as the shell reads it; empty for the device.
 std::string PackageWords(const TokenWish& wish);
 

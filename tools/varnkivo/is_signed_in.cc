@@ -24,10 +24,10 @@ Exit RunIsSignedIn(bool json) {
 
 }  // namespace
 
-void AddIsSignedIn(CLI::App& app, Invocation& call) {
-  AddVerb(app, call, "is-signed-in", "Print yes or no and end with 0 or 3; asks nobody",
-          "varnkivo is-signed-in > /dev/null || echo \"nobody is signed in\"")
-      ->callback([&call] { call.run = [&call] { return RunIsSignedIn(call.json); }; });
+void AddIsSignedIn(Verb app, Invocation& call) {
+  app.AddVerb(call, "is-signed-in", "Print yes or no and end with 0 or 3; asks nobody",
+              "varnkivo is-signed-in > /dev/null || echo \"nobody is signed in\"")
+      .OnUse([&call] { call.run = [&call] { return RunIsSignedIn(call.json); }; });
 }
 
 }  // namespace kivotool

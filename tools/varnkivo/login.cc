@@ -203,27 +203,27 @@ Exit RunLogin(const LoginOptions& options) {
 
 }  // namespace
 
-void AddLogin(CLI::App& app, Invocation& call) {
+void AddLogin(Verb app, Invocation& call) {
   auto options = std::make_shared<LoginOptions>();
-  CLI::App* verb = AddVerb(app, call, "login", "Sign this device in to an account",
-                           "varnkivo login                           # by browser, here or elsewhere\n"
-                           "  varnkivo login --email ann@example.com\n"
-                           "  varnkivo login --email ann@example.com --password-file /root/kivo.password\n"
-                           "  varnkivo login --key --user-id 1001 --auth-key-stdin < /root/kivo.key\n\n"
-                           "The secret comes from standard input, a file only its owner can read, the service\n"
-                           "manager ($CREDENTIALS_DIRECTORY/varnkivo.password or varnkivo.auth_key), or a prompt.\n"
-                           "A key that cannot be checked removes the account that was signed in before.");
-  verb->add_option("--email", options->email, "E-mail address of the account, to sign in with its password");
-  verb->add_flag("--key", options->key, "Sign in with a user id and auth key instead of a password");
-  verb->add_option("--user-id", options->userId, "User id that the auth key belongs to");
-  CLI::Option* input = verb->add_flag("--password-stdin,--auth-key-stdin", options->secretFromStdin,
-                                      "Read the secret from standard input");
-  verb->add_option("--password-file,--auth-key-file", options->secretFile, "Read the secret from this file")
-      ->excludes(input);
-  verb->add_flag("--verify-only", options->verifyOnly, "Only try the password; nothing on the device changes");
-  verb->add_flag("--strict", options->strict, "End with 9 when this account is signed in already");
-  verb->add_flag("--yes", options->yes, "Do not ask before --key puts an existing sign-in at risk");
-  verb->callback([options, &call] {
+  const Verb verb =
+      app.AddVerb(call, "login", "Sign this device in to an account",
+                  "varnkivo login                           # by browser, here or elsewhere\n"
+                  "  varnkivo login --email ann@example.com\n"
+                  "  varnkivo login --email ann@example.com --password-file /root/kivo.password\n"
+                  "  varnkivo login --key --user-id 1001 --auth-key-stdin < /root/kivo.key\n\n"
+                  "The secret comes from standard input, a file only its owner can read, the service\n"
+                  "manager ($CREDENTIALS_DIRECTORY/varnkivo.password or varnkivo.auth_key), or a prompt.\n"
+                  "A key that cannot be checked removes the account that was signed in before.");
+  verb.Text("--email", options->email, "E-mail address of the account, to sign in with its password");
+  verb.Flag("--key", options->key, "Sign in with a user id and auth key instead of a password");
+  verb.Text("--user-id", options->userId, "User id that the auth key belongs to");
+  const Option input =
+      verb.Flag("--password-stdin,--auth-key-stdin", options->secretFromStdin, "Read the secret from standard input");
+  verb.Text("--password-file,--auth-key-file", options->secretFile, "Read the secret from this file").Excludes(input);
+  verb.Flag("--verify-only", options->verifyOnly, "Only try the password; nothing on the device changes");
+  verb.Flag("--strict", options->strict, "End with 9 when this account is signed in already");
+  verb.Flag("--yes", options->yes, "Do not ask before --key puts an existing sign-in at risk");
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunLogin(*options); };
   });

@@ -107,15 +107,15 @@ Exit RunLogout(const LogoutOptions& options) {
 
 }  // namespace
 
-void AddLogout(CLI::App& app, Invocation& call) {
+void AddLogout(Verb app, Invocation& call) {
   auto options = std::make_shared<LogoutOptions>();
-  CLI::App* verb = AddVerb(app, call, "logout", "Sign this device out and forget the account",
-                           "varnkivo logout\n"
-                           "  varnkivo logout --local --yes   # without telling the account centre");
-  verb->add_flag("--local", options->local, "Only clear this device; the account centre is not told");
-  verb->add_flag("--yes", options->yes, "Do not ask");
-  verb->add_flag("--strict", options->strict, "End with 9 when nobody is signed in");
-  verb->callback([options, &call] {
+  const Verb verb = app.AddVerb(call, "logout", "Sign this device out and forget the account",
+                                "varnkivo logout\n"
+                                "  varnkivo logout --local --yes   # without telling the account centre");
+  verb.Flag("--local", options->local, "Only clear this device; the account centre is not told");
+  verb.Flag("--yes", options->yes, "Do not ask");
+  verb.Flag("--strict", options->strict, "End with 9 when nobody is signed in");
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunLogout(*options); };
   });

@@ -3,6 +3,7 @@
 // else.
 #include <fcntl.h>
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cstdio>

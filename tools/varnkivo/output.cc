@@ -14,22 +14,21 @@
 namespace kivotool {
 namespace {
 
-/// The writer escapes the controls below the space; DEL and U+0080 to U+009F move a terminal's cursor too. They stand
-/// inside of texts only, where an escape means the same.
+/// The writer escapes the controls below the space. The others stand inside of texts only, where an escape means the
+/// same.
 std::string EscapeOtherControls(const std::string& json) {
   std::string out;
   for (std::size_t i = 0; i < json.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(json[i]);
-    const unsigned next = i + 1 < json.size() ? static_cast<unsigned char>(json[i + 1]) : 0u;
-    const bool isPair = byte == 0xC2 && next >= 0x80 && next < 0xA0;
-    if (byte != 0x7F && !isPair) {
+    unsigned code = 0;
+    const std::size_t length = SteeringLength(json, i, code);
+    if (length == 0 || code < 0x20) {  // a line's end belongs to the document
       out += json[i];
       continue;
     }
     char escape[8];
-    std::snprintf(escape, sizeof escape, "\\u%04x", isPair ? next : 0x7Fu);
+    std::snprintf(escape, sizeof escape, "\\u%04x", code & 0xFFFFu);
     out += escape;
-    if (isPair) ++i;
+    i += length - 1;
   }
   return out;
 }

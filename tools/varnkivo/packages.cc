@@ -86,10 +86,10 @@ Exit RunPackages(bool json) {
 
 }  // namespace
 
-void AddPackages(CLI::App& app, Invocation& call) {
-  AddVerb(app, call, "packages", "List the packages that have tokens, with the tokens' ages; asks nobody",
-          "varnkivo packages --json | jq -r '.packages[] | select(.device | not) | .name'")
-      ->callback([&call] { call.run = [&call] { return RunPackages(call.json); }; });
+void AddPackages(Verb app, Invocation& call) {
+  app.AddVerb(call, "packages", "List the packages that have tokens, with the tokens' ages; asks nobody",
+              "varnkivo packages --json | jq -r '.packages[] | select(.device | not) | .name'")
+      .OnUse([&call] { call.run = [&call] { return RunPackages(call.json); }; });
 }
 
 }  // namespace kivotool

@@ -62,10 +62,10 @@ Exit RunPaths(bool json) {
 
 }  // namespace
 
-void AddPaths(CLI::App& app, Invocation& call) {
-  AddVerb(app, call, "paths", "List the files of the sign-in: + there, - not there, ? out of sight; asks nobody",
-          "varnkivo paths --json | jq -r .paths.record.path")
-      ->callback([&call] { call.run = [&call] { return RunPaths(call.json); }; });
+void AddPaths(Verb app, Invocation& call) {
+  app.AddVerb(call, "paths", "List the files of the sign-in: + there, - not there, ? out of sight; asks nobody",
+              "varnkivo paths --json | jq -r .paths.record.path")
+      .OnUse([&call] { call.run = [&call] { return RunPaths(call.json); }; });
 }
 
 }  // namespace kivotool

@@ -68,13 +68,13 @@ Exit RunReport(const ReportOptions& options) {
 
 }  // namespace
 
-void AddReport(CLI::App& app, Invocation& call) {
+void AddReport(Verb app, Invocation& call) {
   auto options = std::make_shared<ReportOptions>();
-  CLI::App* verb = AddVerb(app, call, "report", "Tell the account centre that this device still exists",
-                           "varnkivo report\n"
-                           "  varnkivo report --dry-run   # what would be sent and changed");
-  verb->add_flag("--dry-run", options->dryRun, "Only show what would be sent and changed; asks nobody");
-  verb->callback([options, &call] {
+  const Verb verb = app.AddVerb(call, "report", "Tell the account centre that this device still exists",
+                                "varnkivo report\n"
+                                "  varnkivo report --dry-run   # what would be sent and changed");
+  verb.Flag("--dry-run", options->dryRun, "Only show what would be sent and changed; asks nobody");
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunReport(*options); };
   });

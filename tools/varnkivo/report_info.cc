@@ -28,12 +28,12 @@ Exit RunReportInfo() {
 
 }  // namespace
 
-void AddReportInfo(CLI::App& app, Invocation& call) {
+void AddReportInfo(Verb app, Invocation& call) {
   auto wanted = std::make_shared<bool>(false);
-  app.add_flag("--report_info", *wanted, "What the scheduled job runs");
-  app.callback([wanted, &app, &call] {
+  app.Flag("--report_info", *wanted, "What the scheduled job runs");
+  app.OnUse([wanted, app, &call] {
     if (!*wanted) return;
-    if (!app.get_subcommands().empty()) throw CLI::ValidationError("--report_info stands alone");
+    if (app.HasVerb()) RefuseUsage("--report_info stands alone");
     call.silent = true;
     call.run = RunReportInfo;
   });

@@ -106,10 +106,10 @@ Exit RunScan(bool json) {
 
 }  // namespace
 
-void AddScan(CLI::App& app, Invocation& call) {
-  AddVerb(app, call, "scan", "List the services of this device that are tied to an account; asks nobody",
-          "varnkivo scan")
-      ->callback([&call] { call.run = [&call] { return RunScan(call.json); }; });
+void AddScan(Verb app, Invocation& call) {
+  app.AddVerb(call, "scan", "List the services of this device that are tied to an account; asks nobody",
+              "varnkivo scan")
+      .OnUse([&call] { call.run = [&call] { return RunScan(call.json); }; });
 }
 
 }  // namespace kivotool

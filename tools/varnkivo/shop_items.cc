@@ -67,23 +67,23 @@ Exit RunItem(const ItemOptions& options) {
 
 }  // namespace
 
-void AddShopItems(CLI::App& shop, Invocation& call) {
+void AddShopItems(Verb shop, Invocation& call) {
   auto options = std::make_shared<ItemOptions>();
-  CLI::App* verb = AddVerb(shop, call, "items", "List what the shop sells", "varnkivo shop items --language ger");
-  verb->add_option("--language", options->language, "Language of the titles, as \"enu\"");
-  verb->callback([options, &call] {
+  const Verb verb = shop.AddVerb(call, "items", "List what the shop sells", "varnkivo shop items --language ger");
+  verb.Text("--language", options->language, "Language of the titles, as \"enu\"");
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunItems(*options); };
   });
 }
 
-void AddShopItem(CLI::App& shop, Invocation& call) {
+void AddShopItem(Verb shop, Invocation& call) {
   auto options = std::make_shared<ItemOptions>();
-  CLI::App* verb =
-      AddVerb(shop, call, "item", "Show the shop's record of one application", "varnkivo shop item photos");
-  verb->add_option("NAME", options->name, "Name of the application")->required();
-  verb->add_option("--language", options->language, "Language of the titles, as \"enu\"");
-  verb->callback([options, &call] {
+  const Verb verb =
+      shop.AddVerb(call, "item", "Show the shop's record of one application", "varnkivo shop item photos");
+  verb.Text("NAME", options->name, "Name of the application").Required();
+  verb.Text("--language", options->language, "Language of the titles, as \"enu\"");
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunItem(*options); };
   });

@@ -52,17 +52,17 @@ Exit RunShopLogin(const ShopLoginOptions& options) {
 
 }  // namespace
 
-void AddShopLogin(CLI::App& shop, Invocation& call) {
+void AddShopLogin(Verb shop, Invocation& call) {
   auto options = std::make_shared<ShopLoginOptions>();
-  CLI::App* verb = AddVerb(shop, call, "login", "Try an e-mail and password at the shop; the device keeps nothing",
-                           "varnkivo shop login --email ann@example.com\n\n"
-                           "The password comes from standard input, a file only its owner can read, the service\n"
-                           "manager ($CREDENTIALS_DIRECTORY/varnkivo.password), or a prompt.");
-  verb->add_option("--email", options->email, "E-mail address of the account")->required();
-  verb->add_option("--language", options->language, "Language of the answer, as \"enu\"");
-  CLI::Option* input = verb->add_flag("--password-stdin", options->secretFromStdin, "Read it from standard input");
-  verb->add_option("--password-file", options->secretFile, "Read the password from this file")->excludes(input);
-  verb->callback([options, &call] {
+  const Verb verb = shop.AddVerb(call, "login", "Try an e-mail and password at the shop; the device keeps nothing",
+                                 "varnkivo shop login --email ann@example.com\n\n"
+                                 "The password comes from standard input, a file only its owner can read, the service\n"
+                                 "manager ($CREDENTIALS_DIRECTORY/varnkivo.password), or a prompt.");
+  verb.Text("--email", options->email, "E-mail address of the account").Required();
+  verb.Text("--language", options->language, "Language of the answer, as \"enu\"");
+  const Option input = verb.Flag("--password-stdin", options->secretFromStdin, "Read it from standard input");
+  verb.Text("--password-file", options->secretFile, "Read the password from this file").Excludes(input);
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunShopLogin(*options); };
   });

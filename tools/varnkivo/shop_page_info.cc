@@ -53,12 +53,12 @@ Exit RunPageInfo(const PageInfoOptions& options) {
 
 }  // namespace
 
-void AddShopPageInfo(CLI::App& shop, Invocation& call) {
+void AddShopPageInfo(Verb shop, Invocation& call) {
   auto options = std::make_shared<PageInfoOptions>();
-  CLI::App* verb = AddVerb(shop, call, "page-info", "Show what the shop's embedded page has to know about this device",
-                           "varnkivo shop page-info");
-  verb->add_flag("--show-secrets", options->showSecrets, "Print the whole API key");
-  verb->callback([options, &call] {
+  const Verb verb = shop.AddVerb(call, "page-info", "Show what the shop's embedded page has to know about this device",
+                                 "varnkivo shop page-info");
+  verb.Flag("--show-secrets", options->showSecrets, "Print the whole API key");
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunPageInfo(*options); };
   });

@@ -165,24 +165,22 @@ Exit RunPurchases(const PurchaseOptions& options) {
 
 }  // namespace
 
-void AddShopPurchases(CLI::App& shop, Invocation& call) {
+void AddShopPurchases(Verb shop, Invocation& call) {
   auto options = std::make_shared<PurchaseOptions>();
-  CLI::App* verb = AddVerb(shop, call, "purchases", "List what the signed-in account has bought",
-                           "varnkivo shop purchases --from 2026-01-01 --app photos --app songbook\n"
-                           "  varnkivo shop purchases --csv > purchases.csv");
-  verb->add_option("--from", options->from, "From this day on, as 2026-01-31");
-  verb->add_option("--to", options->to, "Up to this day");
+  const Verb verb = shop.AddVerb(call, "purchases", "List what the signed-in account has bought",
+                                 "varnkivo shop purchases --from 2026-01-01 --app photos --app songbook\n"
+                                 "  varnkivo shop purchases --csv > purchases.csv");
+  verb.Text("--from", options->from, "From this day on, as 2026-01-31");
+  verb.Text("--to", options->to, "Up to this day");
   const std::tuple<const char*, Texts&, const char*> filters[] = {
       {"--app", options->apps, "Of this application; may be repeated, as the following"},
       {"--serial", options->serials, "For the device of this serial number"},
       {"--price", options->prices, "At this price"},
       {"--payer", options->payers, "Paid by this payer"}};
-  for (const auto& [name, values, help] : filters)
-    verb->add_option(name, values, help)->allow_extra_args(false);  // else "[a,b]" would be taken apart
-  verb->add_option("--language", options->language, "Language of the answer; by default the device's");
-  verb->add_flag("--csv", options->csv, "Print comma-separated values (RFC 4180) for a spreadsheet")
-      ->excludes(verb->get_option("--json"));
-  verb->callback([options, &call] {
+  for (const auto& [name, values, help] : filters) verb.Texts(name, values, help);
+  verb.Text("--language", options->language, "Language of the answer; by default the device's");
+  verb.Flag("--csv", options->csv, "Print comma-separated values (RFC 4180) for a spreadsheet").Excludes(verb.Json());
+  verb.OnUse([options, &call] {
     options->json = call.json;
     call.run = [options] { return RunPurchases(*options); };
   });

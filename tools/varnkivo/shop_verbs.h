@@ -5,10 +5,10 @@
 
 namespace kivotool {
 
-void AddShopLogin(CLI::App& shop, Invocation& call);
-void AddShopItems(CLI::App& shop, Invocation& call);
-void AddShopItem(CLI::App& shop, Invocation& call);
-void AddShopPurchases(CLI::App& shop, Invocation& call);
-void AddShopPageInfo(CLI::App& shop, Invocation& call);
+void AddShopLogin(Verb shop, Invocation& call);
+void AddShopItems(Verb shop, Invocation& call);
+void AddShopItem(Verb shop, Invocation& call);
+void AddShopPurchases(Verb shop, Invocation& call);
+void AddShopPageInfo(Verb shop, Invocation& call);
 
 }  // namespace kivotool

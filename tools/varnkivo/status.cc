@@ -160,10 +160,10 @@ Exit RunStatus(bool json) {
 
 }  // namespace
 
-void AddStatus(CLI::App& app, Invocation& call) {
-  AddVerb(app, call, "status", "Show the sign-in, the record, the report job and the hosts; asks nobody",
-          "varnkivo status --json | jq -r .state")
-      ->callback([&call] { call.run = [&call] { return RunStatus(call.json); }; });
+void AddStatus(Verb app, Invocation& call) {
+  app.AddVerb(call, "status", "Show the sign-in, the record, the report job and the hosts; asks nobody",
+              "varnkivo status --json | jq -r .state")
+      .OnUse([&call] { call.run = [&call] { return RunStatus(call.json); }; });
 }
 
 }  // namespace kivotool

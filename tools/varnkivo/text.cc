@@ -25,10 +25,15 @@ std::size_t SequenceLength(const std::string& text, std::size_t at) {
   return length;
 }
 
-std::string Hex(unsigned char byte) {
+std::string Escape(unsigned code) {
   char out[8];
-  std::snprintf(out, sizeof out, "\\x%02x", static_cast<unsigned>(byte));
+  std::snprintf(out, sizeof out, code < 0x100 ? "\\x%02x" : "\\u%04x", code & 0xFFFFu);
   return out;
+}
+
+bool IsBidirectionalControl(unsigned code) {
+  return code == 0x061C || code == 0x200E || code == 0x200F || (code >= 0x202A && code <= 0x202E) ||
+         (code >= 0x2066 && code <= 0x2069);
 }
 
 }  // namespace
@@ -46,18 +51,30 @@ std::string Utf8(const std::string& text) {
   return out;
 }
 
+std::size_t SteeringLength(const std::string& text, std::size_t at, unsigned& code) {
+  const auto bits = [&](std::size_t i) {
+    return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) & 0x3Fu : 0u;
+  };
+  const auto first = static_cast<unsigned char>(text[at]);
+  code = first;
+  if (first < 0x80) return first < 0x20 || first == 0x7F ? 1 : 0;
+  if ((first & 0xE0u) == 0xC0) {
+    code = (first & 0x1Fu) << 6u | bits(1);
+    return code < 0xA0 || IsBidirectionalControl(code) ? 2 : 0;  // C1 controls: some terminals obey them
+  }
+  if ((first & 0xF0u) != 0xE0) return 0;
+  code = (first & 0x0Fu) << 12u | bits(1) << 6u | bits(2);
+  return IsBidirectionalControl(code) ? 3 : 0;
+}
+
 std::string Printable(const std::string& text) {
   const std::string clean = Utf8(text);
   std::string out;
   for (std::size_t i = 0; i < clean.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(clean[i]);
-    const auto next = i + 1 < clean.size() ? static_cast<unsigned char>(clean[i + 1]) : static_cast<unsigned char>(0);
-    if (byte < 0x20 || byte == 0x7F)
-      out += Hex(byte);
-    else if (byte == 0xC2 && next < 0xA0)
-      out += Hex(next), ++i;  // C1 controls: some terminals obey them
-    else
-      out += clean[i];
+    unsigned code = 0;
+    const std::size_t length = SteeringLength(clean, i, code);
+    out += length == 0 ? std::string(1, clean[i]) : Escape(code);
+    if (length > 1) i += length - 1;
   }
   return out;
 }

@@ -8,7 +8,11 @@ namespace kivotool {
 
 /// `text` with every byte that is not part of valid UTF-8 replaced by U+FFFD.
 std::string Utf8(const std::string& text);
-/// Utf8(text) with control characters written as \xNN: what a server or a file says never steers the terminal.
+/// Bytes of the character at `at` of valid UTF-8 if a terminal obeys it instead of showing it: a control character, or
+/// one that turns the direction of what follows. Sets `code` to its number. 0: an ordinary character.
+std::size_t SteeringLength(const std::string& text, std::size_t at, unsigned& code);
+/// Utf8(text) with steering characters written as \xNN or \uNNNN: what a server or a file says never steers the
+/// terminal.
 std::string Printable(const std::string& text);
 /// Printable(text) in quotation marks, cut after 60 bytes.
 std::string QuotedInBrief(const std::string& text);

@@ -1,7 +1,9 @@
 // `token`: prints a valid token of this device or of a package, renewed where it has expired. The token goes to stdout
 // and nowhere else. A token is a secret: the formats exist so that scripts need not put it on a command line.
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "command_line.h"
 #include "fetch_token.h"
@@ -10,6 +12,8 @@
 
 namespace kivotool {
 namespace {
+
+constexpr std::int64_t kYear = 31536000;  // seconds; no token is asked to live longer
 
 struct TokenOptions {
   std::string format = "token";
@@ -41,23 +45,21 @@ Exit RunToken(TokenOptions& options) {
 
 }  // namespace
 
-void AddToken(CLI::App& app, Invocation& call) {
+void AddToken(Verb app, Invocation& call) {
   auto options = std::make_shared<TokenOptions>();
-  CLI::App* verb = AddVerb(app, call, "token",
-                           "Print a valid access token of this device or of a package, renewed where it has expired",
-                           "curl -H @<(varnkivo token --format header) https://account.kivo.example/...\n"
-                           "  eval \"$(varnkivo token --format env)\"\n"
-                           "  varnkivo token --min-valid 300 --json\n"
-                           "  varnkivo token --package photos --min-valid 300");
-  verb->add_option("--format", options->format, "token, json, env or header")
-      ->check(CLI::IsMember({"token", "json", "env", "header"}));
-  verb->add_flag("--id", options->wish.id, "The id token instead of the access token");
-  CLI::Option* package = AddPackageOption(*verb, options->wish);
-  verb->add_flag("--force", options->wish.grantAnew, "Have the package's token granted anew first")->needs(package);
-  verb->add_option("--min-valid", options->wish.minValid,
-                   "With fewer seconds left: a package's token is granted anew, else the tool ends with 5")
-      ->check(CLI::NonNegativeNumber);
-  verb->callback([options, &call] {
+  const Verb verb = app.AddVerb(
+      call, "token", "Print a valid access token of this device or of a package, renewed where it has expired",
+      "curl -H @<(varnkivo token --format header) https://account.kivo.example/...\n"
+      "  eval \"$(varnkivo token --format env)\"\n"
+      "  varnkivo token --min-valid 300 --json\n"
+      "  varnkivo token --package photos --min-valid 300");
+  verb.Text("--format", options->format, "token, json, env or header").OneOf({"token", "json", "env", "header"});
+  verb.Flag("--id", options->wish.id, "The id token instead of the access token");
+  const Option package = AddPackageOption(verb, options->wish);
+  verb.Flag("--force", options->wish.grantAnew, "Have the package's token granted anew first").Needs(package);
+  verb.Seconds("--min-valid", options->wish.minValid, kYear,
+               "With fewer seconds left: a package's token is granted anew, else the tool ends with 5");
+  verb.OnUse([options, &call] {
     if (call.json) options->format = "json";
     call.json = options->format == "json";
     call.run = [options] { return RunToken(*options); };

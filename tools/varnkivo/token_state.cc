@@ -25,6 +25,16 @@ TokenState ReadTokenState(const std::string& client) {
   return state;
 }
 
+bool IsUselessSet(const std::string& client, const char* token) {
+  const JsonFile file = ReadJsonFile(TokenPath(client));
+  if (!file.known || !file.exists) return file.exists;
+  for (const char* name : {token, "refresh_token", "created_at", "expires_in"}) {
+    const Json::Value& member = file.document[name];
+    if (member.isNull() || member.isArray() || member.isObject()) return true;
+  }
+  return false;
+}
+
 const char* TokenStateName(const TokenState& state, std::int64_t now) {
   if (!state.known) return "unknown";
   if (!state.exists) return "none";

@@ -21,6 +21,9 @@ struct TokenState {
 /// The token file of `client` (kDeviceClient: the device's own). Asks nobody.
 TokenState ReadTokenState(const std::string& client);
 std::string TokenPath(const std::string& client);
+/// Whether there is a token file of `client` from which nobody gets `token` ("access_token"): it is no JSON object, or
+/// has not all of its members. False where this user may not see it.
+bool IsUselessSet(const std::string& client, const char* token);
 
 /// "none", "valid", "expired" or "unknown".
 const char* TokenStateName(const TokenState& state, std::int64_t now);

@@ -25,8 +25,8 @@ Exit RunVersion(bool json) {
 
 }  // namespace
 
-void AddVersion(CLI::App& app, Invocation& call) {
-  AddVerb(app, call, "version", "Print the version", "varnkivo version")->callback([&call] {
+void AddVersion(Verb app, Invocation& call) {
+  app.AddVerb(call, "version", "Print the version", "varnkivo version").OnUse([&call] {
     call.run = [&call] { return RunVersion(call.json); };
   });
 }

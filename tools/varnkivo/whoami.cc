@@ -28,9 +28,9 @@ Exit RunWhoami(bool json) {
 
 }  // namespace
 
-void AddWhoami(CLI::App& app, Invocation& call) {
-  AddVerb(app, call, "whoami", "Print the e-mail of the signed-in account; asks nobody", "varnkivo whoami")
-      ->callback([&call] { call.run = [&call] { return RunWhoami(call.json); }; });
+void AddWhoami(Verb app, Invocation& call) {
+  app.AddVerb(call, "whoami", "Print the e-mail of the signed-in account; asks nobody", "varnkivo whoami")
+      .OnUse([&call] { call.run = [&call] { return RunWhoami(call.json); }; });
 }
 
 }  // namespace kivotool
