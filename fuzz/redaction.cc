@@ -38,7 +38,8 @@ void CheckSecret(const std::string& any, const std::string& secret, const char* 
   document["zeta"] = any;
   outer["body"] = OneLine(document);
   for (const std::string& text :
-       {OneLine(document), OneLine(outer), "a=b&" + std::string(name) + "=" + secret + "&c=d"}) {
+       {OneLine(document), OneLine(outer), "a=b&" + std::string(name) + "=" + secret + "&c=d",
+        "<" + std::string(name) + ">" + secret + "</a>", "[" + std::string(name) + "] => " + secret}) {
     const std::string shown = varnkivo::Redact(text);
     Require(shown.find(secret) == std::string::npos, name, shown);
   }

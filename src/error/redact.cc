@@ -74,7 +74,7 @@ std::size_t NestedEnd(std::string_view text, std::size_t at) {
 
 struct Value {
   std::size_t begin, end;  // empty when the name is not followed by a value
-  bool nested;
+  bool whole;  // not even its beginning may be seen
 };
 
 /// Where the `=`, `=>`, `:`, %3D or %3A at `at` ends; `at` where there is none.
@@ -96,7 +96,7 @@ Value FindInMarkup(std::string_view text, std::size_t at) {
     at = SkipAny(text, at + 1, " \t\r\n");
     if (at < text.size() && text[at] != '<') break;
   }
-  return {at, FindOrEnd(text, "<", at), false};
+  return {at, FindOrEnd(text, "<", at), true};
 }
 
 /// The "string(32) " in front of a value that PHP's var_dump shows.
@@ -127,6 +127,14 @@ Value FindBearer(std::string_view text, std::size_t at) {
   return begin > at && end - begin > kShown ? Value{begin, end, false} : Value{at, at, false};
 }
 
+/// A text that has been through here before stays as it is.
+std::string Shortened(std::string_view value, std::size_t shown) {
+  constexpr std::string_view kCut = "...";
+  const bool isCut = value.size() >= kCut.size() && value.substr(value.size() - kCut.size()) == kCut;
+  if (isCut && value.size() <= shown + kCut.size()) return std::string(value);
+  return std::string(value.substr(0, shown)).append(kCut);
+}
+
 std::string HideSecrets(std::string_view text) {
   std::string out;
   std::size_t at = 0;
@@ -142,11 +150,11 @@ std::string HideSecrets(std::string_view text) {
     const Value value = !secret || closesElement ? Value{end, end, false}
                         : secret == &kBearer     ? FindBearer(text, end)
                                                  : FindValue(text, end);
-    out.append(text.substr(at, value.begin - at));
+    out.append(text.substr(at, end - at));
+    if (value.begin > end) out += HideSecrets(text.substr(end, value.begin - end));  // tags may hold names too
     at = value.begin;
     if (!secret || value.end <= value.begin) continue;
-    const std::size_t shown = value.nested ? 0 : secret->shown;
-    out.append(text.substr(value.begin, std::min(shown, value.end - value.begin))).append("...");
+    out += Shortened(text.substr(value.begin, value.end - value.begin), value.whole ? 0 : secret->shown);
     at = value.end;
   }
   return out;
