@@ -74,7 +74,7 @@ std::size_t NestedEnd(std::string_view text, std::size_t at) {
 
 struct Value {
   std::size_t begin, end;  // empty when the name is not followed by a value
-  bool whole;  // not even its beginning may be seen
+  bool whole;              // not even its beginning may be seen
 };
 
 /// Where the `=`, `=>`, `:`, %3D or %3A at `at` ends; `at` where there is none.

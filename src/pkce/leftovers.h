@@ -6,8 +6,8 @@
 
 namespace varnkivo {
 
-/// Removes the regular files of `directory` whose names are `prefix`, six characters of mkstemp(3) and `suffix`, that are
-/// older than a minute and locked by nobody. What cannot be removed stays.
+/// Removes the regular files of `directory` whose names are `prefix`, six characters of mkstemp(3) and `suffix`, that
+/// are older than a minute and locked by nobody. What cannot be removed stays.
 void RemoveLeftovers(const std::string& directory, const std::string& prefix, const std::string& suffix);
 
 }  // namespace varnkivo
