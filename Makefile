@@ -21,12 +21,15 @@ BUILD = build/$(PRESET)
 privileged = $(shell [ "$$(id -u)" = 0 ] || sudo -n true 2>/dev/null && echo yes)$(VARNKIVO_SANDBOX)
 sources = git ls-files -z --cached --others --exclude-standard -- '*.h' '*.cc' '*.c' | xargs -0 -r clang-format
 
-.PHONY: build demo console test test-browser faults bench deb fuzz format check-format clean
+.PHONY: help build demo console test test-browser faults bench deb fuzz format check-format clean
 
 build:
 	@scripts/bootstrap
 	@[ -e $(BUILD)/build.ninja ] || cmake --preset $(PRESET)
 	@cmake --build $(BUILD) -j $(JOBS) $(if $(TARGET),--target $(TARGET))
+
+help:
+	@sed -n 's/^#   //p' Makefile
 
 demo: build
 	@$(if $(privileged),,VARNKIVO_SANDBOX=user) VARNKIVO_BUILD=$(CURDIR)/$(BUILD) scripts/sandbox scripts/demo
