@@ -25,7 +25,7 @@ constexpr Place kPlaces[] = {
     {"query_lock", "/tmp/account_query_info.lock", "held while the account centre is asked"},
     {"settings", "/etc/varninfo.conf", "language, and kivo_disable_report"},
     {"server_choice", "/etc.defaults/varninfo.conf", "varnpkg_server: production or test"},
-    {"device_facts", "/usr/varn/etc/host.conf", "serial number and MAC address"},
+    {"device_facts", "/usr/varn/etc/host.conf", "the device: serial=\"...\" and mac=\"...\""},
     {"plugins", "/usr/varn/lib/plugins/kivo", "what runs at sign-in and sign-out"},
     {"events", "/usr/varn/var/log/events.jsonl", "the event log"},
     {"notifications", "/usr/varn/var/log/notifications.jsonl", "notifications sent"},
