@@ -18,7 +18,7 @@ if(VARNKIVO_SANITIZE)
     -fsanitize=${VARNKIVO_SANITIZE} $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized> -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
   target_link_options(varnkivo_hardening INTERFACE -fsanitize=${VARNKIVO_SANITIZE})
 elseif(VARNKIVO_COVERAGE)
-  target_compile_options(varnkivo_hardening INTERFACE --coverage -O0)
+  target_compile_options(varnkivo_hardening INTERFACE --coverage -fprofile-update=atomic -O0)  # threads count, too
   target_link_options(varnkivo_hardening INTERFACE --coverage)
 else()
   # Fortified calls need optimisation, and would hide from the sanitizers what they are there to see.

@@ -105,7 +105,9 @@ void Print(const SetOptions& options) {
   std::string list;
   for (const Part& part : Given(options)) list += (list.empty() ? "" : ", ") + std::string(part.option);
   std::printf("Changed %s\n", list.c_str());
-  std::fprintf(stderr, "varnkivo: The stored profile follows with the next query, five minutes after the last one: %s\n", kRefresh);
+  std::fprintf(stderr,
+               "varnkivo: The stored profile follows with the next query, five minutes after the last one: %s\n",
+               kRefresh);
 }
 
 Exit RunSet(const SetOptions& options) {
