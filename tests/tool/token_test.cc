@@ -86,7 +86,7 @@ TEST_F(ToolTest, AProgramGetsItsWordsAsTheyStandAndTheTokenInItsEnvironmentAlone
     int exit;
     const char* words;
   } rows[] = {{{"exec"}, 2, "No program was given"},
-              {{"exec", "/bin/true"}, 2, "/bin/true"},
+              {{"exec", "/bin/true"}, 2, "/bin/true; the program and its arguments follow"},
               {{"status", "--", "/bin/true"}, 2, "runs no program"},
               {{"exec", "--", "/bin/sh", "-c", "echo inside >&2; exit 7"}, 7, "inside"},
               {{"exec", "--", "/no/such/program"}, 127, "could not be run: No such file"},

@@ -35,7 +35,8 @@ std::string Closest(const std::string& word, const std::vector<std::string>& kno
   std::string best;
   std::size_t fewest = std::max<std::size_t>(2, word.size() / 3) + 1;
   for (const std::string& candidate : known) {
-    const std::size_t steps = Distance(word, candidate);
+    const bool begun = candidate.rfind(word, 0) == 0;  // "--password", of "--password-file"
+    const std::size_t steps = begun ? 1 : Distance(word, candidate);
     if (steps < fewest) fewest = steps, best = candidate;
   }
   return best;
@@ -56,36 +57,49 @@ std::vector<std::string> OptionsOf(const CLI::App& app) {
 }
 
 struct Mistake {
-  std::string verbs;  // "varnkivo account", as far as it was understood
-  std::string word;   // the first one that was not; empty: none
+  const CLI::App* level = nullptr;  // the verb, as far as it was understood
+  std::string verbs;                // the same in words: "varnkivo account"
+  std::string word;                 // the first one that was not; empty: none
   std::string meant;
   bool option = false;
 };
 
 Mistake FindMistake(const CLI::App& app, int argc, char** argv) {
-  Mistake mistake{"varnkivo", "", "", false};
-  const CLI::App* level = &app;
+  Mistake mistake{&app, "varnkivo", "", "", false};
   for (int i = 1; i < argc; ++i) {
     const std::string word = argv[i], name = word.substr(0, word.find('='));
     mistake.option = word.rfind("--", 0) == 0;
     if (mistake.option) {
-      const std::vector<std::string> known = OptionsOf(*level);
+      const std::vector<std::string> known = OptionsOf(*mistake.level);
       if (std::find(known.begin(), known.end(), name) != known.end()) continue;
       mistake.word = name;
       mistake.meant = Closest(name, known);
       return mistake;
     }
-    if (word.empty() || word[0] == '-' || level->get_subcommands({}).empty()) continue;  // short, or a value
-    const std::vector<std::string> verbs = VerbsOf(*level);
+    if (word.empty() || word[0] == '-' || mistake.level->get_subcommands({}).empty()) continue;  // short, or a value
+    const std::vector<std::string> verbs = VerbsOf(*mistake.level);
     if (std::find(verbs.begin(), verbs.end(), word) == verbs.end()) {
       mistake.word = word;
-      mistake.meant = Closest(word, verbs);
+      mistake.meant = word == "help" ? "--help" : Closest(word, verbs);
       return mistake;
     }
-    level = level->get_subcommand(word);
+    mistake.level = mistake.level->get_subcommand(word);
     mistake.verbs += " " + word;
   }
   return mistake;
+}
+
+/// In words of this tool where the parser's own are its jargon.
+std::string Complaint(const Mistake& mistake, const CLI::ParseError& error) {
+  const std::string text = error.what();
+  const std::vector<std::string> verbs = VerbsOf(*mistake.level);
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error))
+    return "\"" + text.substr(0, text.find(':')) + "\" needs a value.";
+  if (dynamic_cast<const CLI::RequiredError*>(&error) && !verbs.empty())
+    return "\"" + mistake.verbs + "\" needs one of its verbs: " + CLI::detail::join(verbs, ", ") + ".";
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) && mistake.level->get_name() == "exec")
+    return text + "; the program and its arguments follow \"--\".";
+  return text + ".";
 }
 
 }  // namespace
@@ -123,11 +137,12 @@ void DefineCommandLine(CLI::App& app, Invocation& call) {
 Failure ExplainMistake(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv) {
   const Mistake mistake = FindMistake(app, argc, argv);
   const std::string help = mistake.verbs + " --help";
-  if (mistake.word.empty()) return UsageFailure(std::string(error.what()) + ".", help);
+  if (mistake.word.empty()) return UsageFailure(Complaint(mistake, error), help);
   std::string cause = std::string("There is no ") + (mistake.option ? "option \"" : "verb \"") + mistake.word + "\".";
   if (mistake.meant.empty()) return UsageFailure(cause, help);
+  const bool isVerb = mistake.meant.rfind("--", 0) != 0;
   return UsageFailure(cause + " Did you mean \"" + mistake.meant + "\"?",
-                      mistake.verbs + " " + mistake.meant + (mistake.option ? "" : " --help"));
+                      mistake.verbs + " " + mistake.meant + (isVerb ? " --help" : ""));
 }
 
 }  // namespace kivotool
