@@ -21,6 +21,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kLongestLine = 16384;
 
 [[noreturn]] void TooLate(const std::string& again) {
+  std::fputc('\n', stderr);
   throw Failure{kFailed,
                 std::nullopt,
                 "Nothing came back within " + std::to_string(kMinutesToPaste) + " minutes.",
@@ -59,7 +60,9 @@ std::string ReadLine(Clock::time_point end, const std::string& again) {
     else
       break;
   }
-  if (isatty(STDIN_FILENO)) tcflush(STDIN_FILENO, TCIFLUSH);
+  const bool terminal = isatty(STDIN_FILENO) != 0;
+  if (terminal) tcflush(STDIN_FILENO, TCIFLUSH);
+  if (!terminal || c != '\n') std::fputc('\n', stderr);  // nobody has ended the line of the prompt
   return line;
 }
 

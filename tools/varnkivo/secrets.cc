@@ -55,16 +55,19 @@ void ReadSecretFile(const std::string& path, mode_t forbidden, Secret& secret, c
   ReadSecretFrom(file.Get(), path, secret, help);
 }
 
+/// Whatever comes after a prompt begins on a line of its own, an error too.
+struct LineEnd {
+  ~LineEnd() { std::fputc('\n', stderr); }
+};
+
 /// One line from the terminal. In its line mode read() gives at most one line. The echo goes before the prompt comes:
 /// whoever types at once is not seen either.
 void Prompt(const char* what, const char* again, Secret& secret, const std::string& help) {
-  {
-    const EchoOff quiet(STDIN_FILENO);
-    std::fprintf(stderr, "%c%s%s: ", what[0] & ~0x20, what + 1, again);
-    std::fflush(stderr);
-    ReadSecretFrom(STDIN_FILENO, "the terminal", secret, help);
-  }
-  std::fputc('\n', stderr);  // the one the user typed was not echoed
+  const EchoOff quiet(STDIN_FILENO);
+  std::fprintf(stderr, "%c%s%s: ", what[0] & ~0x20, what + 1, again);
+  std::fflush(stderr);
+  const LineEnd notEchoed;
+  ReadSecretFrom(STDIN_FILENO, "the terminal", secret, help);
 }
 
 }  // namespace
