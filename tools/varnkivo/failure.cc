@@ -2,12 +2,14 @@
 // outside goes through Printable before it reaches a terminal.
 #include "failure.h"
 
+#include <unistd.h>
 #include <varnkivo/varnkivo.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 
+#include "device_files.h"
 #include "lock_file.h"
 #include "output.h"
 #include "text.h"
@@ -19,6 +21,7 @@ using Doing = Situation::Doing;
 
 constexpr char kAnyLogin[] = "varnkivo login";
 constexpr char kLog[] = "grep varnkivo /var/log/syslog";
+constexpr char kJournal[] = "journalctl -t varnkivo";
 constexpr std::int64_t kLockSeconds = 30;  // the library waits so long, and not less, for another process
 constexpr char kQueryLock[] = "/tmp/account_query_info.lock";  // a query has no text that would name it
 constexpr char kNothingChanged[] = "Nothing; what was stored before is unchanged.";
@@ -36,14 +39,15 @@ constexpr Words kWords[] = {
     {KIVO_ERR_BAD_JSON, Retry::kPerhaps, "The answer was not one of the account centre's: not JSON.", nullptr, kLog},
     {KIVO_ERR_NO_ACCOUNT, Retry::kNo, "Nobody is signed in on this device.",
      "Nothing until someone signs in; it reports nothing and asks nobody.", kAnyLogin},
-    {KIVO_ERR_SEND, Retry::kYes, "The account centre could not be reached, or was not able to answer.", nullptr,
-     nullptr},
+    {KIVO_ERR_SEND, Retry::kYes,
+     "The account centre could not be reached, or was not able to answer; the system log says why.", nullptr, nullptr},
     {KIVO_ERR_RESPONSE, Retry::kYes, "The account centre's answer was incomplete.", nullptr, nullptr},
     {KIVO_ERR_SYSTEM, Retry::kNo, "The account record is out of reach for this user, or the system ran out of memory.",
      nullptr, nullptr},
     {KIVO_ERR_SERIAL, Retry::kNo, "The device's serial number could not be read.", nullptr, "varnkivo paths"},
     {KIVO_ERR_AUTH, Retry::kNo, "The account centre refused this e-mail and password.", nullptr, nullptr},
-    {KIVO_ERR_NETWORK, Retry::kYes, "The network failed between the device and the account centre.", nullptr, nullptr},
+    {KIVO_ERR_NETWORK, Retry::kYes,
+     "The network failed between the device and the account centre; the system log says how.", nullptr, nullptr},
     {KIVO_ERR_ACCOUNT_IN_USE, Retry::kNo, "An account with this e-mail address exists already.", nullptr, kAnyLogin},
     {KIVO_ERR_ACCOUNT_LIMIT, Retry::kPerhaps,
      "This device has registered as many accounts as the account centre allows.", nullptr, kAnyLogin},
@@ -79,7 +83,7 @@ const char* NextByDefault(Doing doing) {
     case Doing::kQuery:
       return "It keeps the stored profile, and asks again when that is a day old and somebody needs it.";
     case Doing::kBrowserLogin:
-      return "Nothing; what this sign-in had stored already stays until the next one.";
+      return kNothingChanged;
     case Doing::kToken:
     case Doing::kPackageToken:
       return "It keeps what it has, and tries again when the next program asks for a token.";
@@ -98,6 +102,9 @@ const char* NextByDefault(Doing doing) {
   }
   return kNothingChanged;
 }
+
+/// The library has one code for a user who must not see the record and for a system without memory.
+bool RecordIsForOthers() { return geteuid() != 0 && geteuid() != kAccountId; }
 
 /// Whom the record is out of reach for needs other rights for the same command.
 std::string RunOf(const Words& words, const Situation& situation) {
@@ -209,7 +216,7 @@ bool IsUnreached(const std::string& text) {
 
 void SharpenToken(Failure& failure, int code, const Situation& situation) {
   if (code == KIVO_ERR_RESPONSE && IsUnreached(situation.text))
-    failure.cause = "The account centre could not be reached.";
+    failure.cause = "The account centre could not be reached; the system log says why.";
 }
 
 void SharpenPackage(Failure& failure, int code, const Situation& situation) {
@@ -241,7 +248,7 @@ void SharpenShop(Failure& failure, int code, const Situation& situation) {
                {KIVO_ERR_BAD_PARAM, "The shop does not know what was asked for."},
                {KIVO_ERR_BAD_JSON, "The shop's answer was not JSON."},
                {KIVO_ERR_RESPONSE, "The shop's answer was incomplete, or of the wrong types."},
-               {KIVO_ERR_SEND, "The shop could not be reached, or was not able to answer."},
+               {KIVO_ERR_SEND, "The shop could not be reached, or was not able to answer; the system log says why."},
                {KIVO_ERR_PAYMENT_CONFIG, "The shop's address could not be read."},
                {KIVO_ERR_SYSTEM, answered ? "The shop reported a fault of its own (\"badsys\")."
                                           : "Memory ran out, or the shop reported a fault of its own (\"badsys\")."}};
@@ -265,6 +272,8 @@ void Sharpen(Failure& failure, int code, const Situation& situation) {
     failure.cause = "The account centre reported a fault of its own (\"badsys\").";
     failure.retry = Retry::kYes;
     failure.run = situation.again;
+  } else if (code == KIVO_ERR_SYSTEM && RecordIsForOthers()) {
+    failure.cause = "The account record is out of reach for this user.";
   } else if (code == KIVO_ERR_AUTH && situation.doing == Doing::kKeyLogin) {
     failure.cause =
         "The account could not be queried with this key: it was refused, or the account centre is unreachable.";
@@ -315,7 +324,9 @@ Failure SignedOutMeanwhileFailure() {
   return failure;
 }
 
-Failure Explain(int code, const Situation& situation) {
+namespace {
+
+Failure InWords(int code, const Situation& situation) {
   const Caller caller = situation.doing == Doing::kQuery ? Caller::kQuery : Caller::kOther;
   if (ExitFromLibrary(code, situation.text, caller) == kBusy) return Busy(code, situation);
   for (const Words& words : kWords) {
@@ -331,6 +342,20 @@ Failure Explain(int code, const Situation& situation) {
                   NextByDefault(situation.doing),
                   kLog};
   Sharpen(failure, code, situation);
+  return failure;
+}
+
+/// Where the library's lines go: into a file, or on a machine without one into the journal.
+const char* LogCommand() {
+  const bool hasFile = access("/var/log/syslog", F_OK) == 0;
+  return !hasFile && access("/run/systemd/journal", F_OK) == 0 ? kJournal : kLog;
+}
+
+}  // namespace
+
+Failure Explain(int code, const Situation& situation) {
+  Failure failure = InWords(code, situation);
+  if (failure.run == kLog) failure.run = LogCommand();
   return failure;
 }
 
