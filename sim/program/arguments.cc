@@ -56,8 +56,12 @@ Arguments ReadArguments(int argc, char** argv) {
       "varnkivo-sim");
   app.set_version_flag("--version", "varnkivo-sim " VARNKIVO_SIM_VERSION);
   app.add_option("--address", arguments.options.address, "Address to listen on")->capture_default_str();
-  app.add_option("--port", arguments.options.port, "Port of HTTPS, 0 for any free one")->capture_default_str();
+  const CLI::Range ports(0, 65535);
+  app.add_option("--port", arguments.options.port, "Port of HTTPS, 0 for any free one")
+      ->check(ports)
+      ->capture_default_str();
   app.add_option("--control-port", arguments.controlPort, "Loopback port of the control interface, 0 for any free one")
+      ->check(ports)
       ->capture_default_str();
   CLI::Option* trust = app.add_option("--trust-into", arguments.options.trustBundle,
                                       "Add the CA to this file of trusted CAs, or without FILE to " +
