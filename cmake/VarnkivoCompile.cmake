@@ -4,6 +4,12 @@ set(VARNKIVO_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefin
 option(VARNKIVO_COVERAGE "Build for gcov" OFF)
 option(VARNKIVO_FUZZ "Build the fuzz targets, with clang and VARNKIVO_SANITIZE" OFF)
 
+# A tree to run the tests in, not to install: what is for readers or for speed is left out of it.
+set(VARNKIVO_INSTRUMENTED OFF)
+if((VARNKIVO_SANITIZE OR VARNKIVO_COVERAGE) AND NOT VARNKIVO_FUZZ)
+  set(VARNKIVO_INSTRUMENTED ON)
+endif()
+
 add_library(varnkivo_warnings INTERFACE)
 target_compile_options(varnkivo_warnings INTERFACE
   -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Wno-format-nonliteral -Werror=format-security -Werror)
@@ -15,10 +21,11 @@ target_link_options(varnkivo_hardening INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noex
 if(VARNKIVO_SANITIZE)
   target_compile_options(varnkivo_hardening INTERFACE
     # The compiler takes some of the code that it has instrumented for uninitialised.
-    -fsanitize=${VARNKIVO_SANITIZE} $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized> -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+    -fsanitize=${VARNKIVO_SANITIZE} $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized> -fno-sanitize-recover=all -fno-omit-frame-pointer -O1
+    -g1)  # lines for their reports; all of it would take a quarter of the time
   target_link_options(varnkivo_hardening INTERFACE -fsanitize=${VARNKIVO_SANITIZE})
 elseif(VARNKIVO_COVERAGE)
-  target_compile_options(varnkivo_hardening INTERFACE --coverage -fprofile-update=atomic -O0)  # threads count, too
+  target_compile_options(varnkivo_hardening INTERFACE --coverage -fprofile-update=atomic -O0 -g0)  # threads count, too
   target_link_options(varnkivo_hardening INTERFACE --coverage)
 else()
   # Fortified calls need optimisation, and would hide from the sanitizers what they are there to see.

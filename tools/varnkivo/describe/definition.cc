@@ -1,6 +1,8 @@
 // Reads the definition of the command line that the tool itself parses by.
 #include "definition.h"
 
+#include <CLI/CLI.hpp>
+
 namespace kivotool {
 namespace {
 

@@ -1,10 +1,12 @@
 // The command line as data: what the man page and the completions are written from.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace kivotool {
 

@@ -1,6 +1,7 @@
 // varnkivo-describe: writes the man page or a completion of the tool into a file. Run by the build only; linked with
 // the tool's own command line, so that none of them can differ from --help.
 #include <varnkivo/varnkivo.h>
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <cstring>
