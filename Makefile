@@ -31,6 +31,7 @@ build:
 help:
 	@sed -n 's/^#   //p' Makefile
 
+demo: TARGET = varnkivo-sim varnkivo_tool varnddnsinfo
 demo: build
 	@$(if $(privileged),,VARNKIVO_SANDBOX=user) VARNKIVO_BUILD=$(CURDIR)/$(BUILD) scripts/sandbox scripts/demo
 
