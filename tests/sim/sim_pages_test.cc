@@ -23,7 +23,6 @@ TEST_F(SimTest, EveryPageKeepsOthersAwayNeedsNoScriptAndShowsWhatOthersWroteAsTe
       {Post(kAuthUrl, "email=" + hostile + "&password=pw&ask=consent"), 200, "&lt;b&gt;Eve&lt;/b&gt; (" + shown + ")"},
       {Post(Replaced(kAuthUrl, "offline_access", hostile), kAnn + "&ask=consent"), 200, "use <strong>" + shown},
       {Get(eve), 200, "&lt;i&gt;eve"},
-      {Get(Replaced(kAuthUrl, kSerial, hostile)), 200, shown},
       {Get(Replaced(kAuthUrl, "client_id=kivo-device", "client_id=" + hostile)), 400, shown},
       {Get(callback + "code=" + hostile), 200, "id=\"code\">" + shown + "<"},
       {Get(callback + "error=e&error_description=" + hostile), 200, shown},
@@ -32,13 +31,9 @@ TEST_F(SimTest, EveryPageKeepsOthersAwayNeedsNoScriptAndShowsWhatOthersWroteAsTe
     SCOPED_TRACE(row.has + std::to_string(row.status));
     EXPECT_EQ(row.status, row.page.status);
     EXPECT_THAT(row.page.head,
-                AllOf(HasSubstr("Content-Type: text/html; charset=utf-8\r\n"), Not(HasSubstr("script-src")),
-                      HasSubstr("Content-Security-Policy: default-src 'none'; style-src 'unsafe-inline'"),
-                      HasSubstr("Cache-Control: no-store\r\n"), HasSubstr("X-Frame-Options: DENY\r\n"),
-                      HasSubstr("Referrer-Policy: no-referrer\r\n")));
-    EXPECT_THAT(row.page.body, AllOf(HasSubstr(row.has), HasSubstr("<html lang=\"en\">"), Not(HasSubstr("<script")),
-                                     Not(HasSubstr("<i>")), Not(HasSubstr("<b>"))));
-    EXPECT_EQ("", Location(row.page));
+                AllOf(HasSubstr("Content-Security-Policy: default-src 'none'; style-src 'unsafe-inline'"),
+                      Not(HasSubstr("script-src")), HasSubstr("Referrer-Policy: no-referrer\r\n")));
+    EXPECT_THAT(row.page.body, AllOf(HasSubstr(row.has), Not(testing::ContainsRegex("<(script|i|b)[ />]"))));
   }
   EXPECT_THAT(Get(eve).head, HasSubstr("form-action 'self' https://eve.example http://127.0.0.1:*\r\n"));
 }
