@@ -27,8 +27,10 @@ TEST_F(SimControl, CallsChangeWhatASignInIsAnswered) {
       {"/register-api-key", R"({"serial":"2130KVN004211","key":"k1"})", "good"},
       {"/expire-api-key", R"({"serial":"2130KVN004211"})", "apikey_expired"},
       {"/register-api-key", R"({"serial":"2130KVN004211","key":"k1"})", "good"},
+      {"/faults", R"({"path":"*","status":200,"body":"{\"code\":\"any\"}","times":2})", "any"},
       {"/faults", R"([{"path":"device/api/password_login","status":200,"body":"{\"code\":\"x\"}","times":2}])", "x"},
       {"/change-account", R"({"user_id":"1001","refusal":"badsys"})", "x"},
+      {"/change-account", R"({"user_id":"1001","refusal":"badsys"})", "any"},
       {"/change-account", R"({"user_id":"1001","refusal":"account_unverified"})", "account_unverified"},
       {"/remove-account", R"({"user_id":"1001"})", "account_not_found"},
       {"/refuse-machine", R"({"serial":"2130KVN004211"})", "invalid_machine"}};

@@ -73,6 +73,7 @@ TEST_F(ShopTest, TheHistoryIsFilteredAndAddedUpAndAMistakeIsNotSent) {
   const std::string name(257, 'x'), language(33, 'e');
   for (const Words& wrong : {Words{"--from", "2026-02-30"},
                              {"--to", "17.1.2026"},
+                             {"--price", "nan"},
                              {"--app", "a,b"},
                              {"--serial", "a\nb"},
                              {"--csv", "--json"},
@@ -109,6 +110,7 @@ TEST_F(ShopTest, AnAnswerThatIsNoneIsToldAndNotPrinted) {
   } rows[] = {{"<html>\x1b[2J", 1, "not JSON"},
               {"", 5, "not able to answer"},
               {std::string(5000, '['), 1, "not JSON"},
+              {item + "\"9\"}]}", 5, "wrong types"},
               {item + "1,\"title\":{}}]}", 5, "wrong types"},
               {R"({"code":"badauth"})", 4, "does not accept"},
               {R"({"code":"account_not_found"})", 4, "Run:         varnkivo login\n"},
