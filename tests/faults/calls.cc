@@ -20,37 +20,30 @@ struct Group {
 
 #define CALL(name) \
   { SYS_##name, #name }
-#ifdef SYS_open
-#define OLD(name) CALL(name)  // newer architectures have only the form with a directory, or with more arguments
-#else
-#define OLD(name) \
-  { -1, #name }
-#endif
-
 const Group kGroups[] = {
-    {{EINTR, EIO, ENOSPC, EMFILE, ENOMEM, EACCES}, false, {OLD(open), CALL(openat)}},
+    {{EINTR, EIO, ENOSPC, EMFILE, ENOMEM, EACCES}, false, {CALL(open), CALL(openat)}},
     {{EIO, ENOMEM, EACCES},
      false,
-     {OLD(stat), OLD(lstat), CALL(fstat), CALL(newfstatat), CALL(statx), OLD(access), CALL(faccessat), OLD(readlink),
-      CALL(readlinkat), CALL(getdents64)}},
+     {CALL(stat), CALL(lstat), CALL(fstat), CALL(newfstatat), CALL(statx), CALL(access), CALL(faccessat),
+      CALL(readlink), CALL(readlinkat), CALL(getdents64)}},
     {{EIO, ENOSPC, ENOMEM, EACCES},
      true,
-     {OLD(rename), CALL(renameat2), OLD(unlink), CALL(unlinkat), OLD(link), CALL(linkat), OLD(mkdir), CALL(mkdirat),
-      OLD(chmod), CALL(fchmod), CALL(fchmodat), OLD(chown), OLD(lchown), CALL(fchown), CALL(fchownat)}},
+     {CALL(rename), CALL(renameat2), CALL(unlink), CALL(unlinkat), CALL(link), CALL(linkat), CALL(mkdir), CALL(mkdirat),
+      CALL(chmod), CALL(fchmod), CALL(fchmodat), CALL(chown), CALL(lchown), CALL(fchown), CALL(fchownat)}},
     {{EINTR, EIO, ENOSPC, ENOMEM}, true, {CALL(write), CALL(writev), CALL(pwrite64), CALL(ftruncate)}},
     {{EINTR, EIO, ENOSPC}, false, {CALL(fsync), CALL(fdatasync)}},
     {{EINTR, EIO, ENOMEM}, false, {CALL(read), CALL(readv), CALL(pread64)}},
-    {{EINTR, ENOMEM}, false, {CALL(flock), OLD(poll), CALL(ppoll), OLD(select), OLD(epoll_wait), CALL(epoll_pwait)}},
+    {{EINTR, ENOMEM}, false, {CALL(flock), CALL(poll), CALL(ppoll), CALL(select), CALL(epoll_wait), CALL(epoll_pwait)}},
     {{EMFILE, ENOMEM, EACCES}, false, {CALL(socket)}},
-    {{EMFILE, ENOMEM}, false, {CALL(socketpair), OLD(pipe), CALL(pipe2), CALL(eventfd2), CALL(epoll_create1)}},
+    {{EMFILE, ENOMEM}, false, {CALL(socketpair), CALL(pipe), CALL(pipe2), CALL(eventfd2), CALL(epoll_create1)}},
     {{EINTR, EIO, ENOMEM, EACCES},
      false,
      {CALL(connect), CALL(bind), CALL(sendto), CALL(sendmsg), CALL(sendmmsg), CALL(recvfrom), CALL(recvmsg)}},
     {{ENOMEM},
      false,
-     {CALL(setsockopt), CALL(getsockopt), CALL(getsockname), CALL(mmap), OLD(fork), OLD(vfork), CALL(clone),
+     {CALL(setsockopt), CALL(getsockopt), CALL(getsockname), CALL(mmap), CALL(fork), CALL(vfork), CALL(clone),
       CALL(clone3)}},
-    {{EINTR, EMFILE}, false, {CALL(dup), OLD(dup2), CALL(dup3), CALL(fcntl)}},
+    {{EINTR, EMFILE}, false, {CALL(dup), CALL(dup2), CALL(dup3), CALL(fcntl)}},
     {{EIO, EMFILE, ENOMEM, EACCES}, false, {CALL(execve)}},
     {{EINTR}, false, {CALL(wait4), CALL(waitid), CALL(getrandom)}},
     {{ENOMEM, EACCES}, false, {CALL(setresuid), CALL(setresgid), CALL(setpgid)}}};

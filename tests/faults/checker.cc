@@ -9,9 +9,9 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <memory>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -22,8 +22,7 @@ namespace {
 
 constexpr mode_t kPrivateFile = S_IFREG | 0600, kPublicFile = S_IFREG | 0644, kLockFile = S_IFREG | 0666;
 constexpr uid_t kAccountId = 934;
-constexpr std::size_t kMayShow = 10;      // characters of a secret
-constexpr std::size_t kLongestWord = 31;  // of those that a log has for people
+constexpr std::size_t kMayShow = 10;  // characters of a secret
 const std::string kJob = std::string(kCron) + "kivo", kTokenFile = std::string(kPrivate) + "lum_token.json";
 const std::string kPackageConfig = "/tmp/account_photos_pkce_client.conf";
 constexpr char kSignOut[] = "Failed to rescue by authkey, force logout";
@@ -57,20 +56,10 @@ bool IsEnded(const Outcome& outcome) {
 }
 
 bool IsOperationLock(const std::string& path) {
-  static const std::set<std::string> names = {"query_info",
-                                              "lum_get_token",
-                                              "lum_renew_token",
-                                              "lum_exchange_token",
-                                              "lum_save_token",
-                                              "photos_get_token",
-                                              "photos_exchange_token",
-                                              "photos_save_token",
-                                              "photos_package_get_token",
-                                              "photos_package_grant_by_lum",
-                                              "photos_package_retrieve_config"};
-  const std::string start = "/tmp/account_", end = ".lock";
-  return StartsWith(path, start) && EndsWith(path, end) &&
-         names.count(path.substr(start.size(), path.size() - start.size() - end.size())) != 0;
+  static const std::regex names(
+      "/tmp/account_(query_info|lum_(get|renew|exchange|save)_token|photos_(get|exchange|save)_token|"
+      "photos_package_(get_token|grant_by_lum|retrieve_config))\\.lock");
+  return std::regex_match(path, names);
 }
 
 /// Whatever ends so goes with the sign-out.
@@ -113,22 +102,12 @@ bool IsWholeSet(const std::string& content) {
   return TokensIn(content).size() == 3;
 }
 
-bool IsTokenWord(const std::string& word) {
-  if (word.size() > kLongestWord) return true;
-  for (const char* begin : {"at-", "rt-", "code-", "eyJ"})
-    if (StartsWith(word, begin) && word.size() > kMayShow) return true;
-  return false;
-}
-
-/// The first word of `log` that looks like more than ten characters of a token, code or verifier; "" where none does.
+/// What in `log` looks like more than ten characters of a token, code or verifier, or as a word longer than people's;
+/// "" where nothing does.
 std::string FindToken(const std::string& log) {
-  const auto isPart = [](unsigned char c) { return std::isalnum(c) || c == '-' || c == '_'; };
-  for (auto at = log.begin(); at != log.end();) {
-    const auto begin = std::find_if(at, log.end(), isPart);
-    at = std::find_if_not(begin, log.end(), isPart);
-    if (const std::string word(begin, at); IsTokenWord(word)) return word;
-  }
-  return "";
+  static const std::regex words("(?:^|[^\\w-])((?:at-|rt-|eyJ)[\\w-]{8,}|code-[\\w-]{6,}|[\\w-]{32,})");
+  std::smatch found;
+  return std::regex_search(log, found, words) ? found[1].str() : "";
 }
 
 }  // namespace
@@ -159,14 +138,11 @@ void Checker::CheckFault(const State& now, const Outcome& outcome) {
 
 void Checker::CheckRecord(const State& now, const Outcome& outcome) {
   const auto& allowed = reference_.records;
-  left_ = now.record == allowed.front() ? Left::kOld : now.record == allowed.back() ? Left::kNew : Left::kPartway;
   if (std::find(allowed.begin(), allowed.end(), now.record) != allowed.end()) return;
   const bool lost = !now.record && failed_;
   if (lost && scenario_.loss == Loss::kByFailure) return;
-  if (lost && scenario_.loss == Loss::kBySignOut && Has(outcome.log, kSignOut))
-    left_ = Left::kSignedOut;
-  else
-    Complain("a record that the operation never writes: " + now.record.value_or("none"));
+  signedOut_ = lost && scenario_.loss == Loss::kBySignOut && Has(outcome.log, kSignOut);
+  if (!signedOut_) Complain("a record that the operation never writes: " + now.record.value_or("none"));
 }
 
 bool Checker::HasNewTokens(const State& now) const {
@@ -177,7 +153,7 @@ bool Checker::HasNewTokens(const State& now) const {
 
 /// The new tokens come before anything of the record, and go with it only.
 void Checker::CheckReplacedTokens(const State& now) {
-  if (left_ == Left::kSignedOut) {
+  if (signedOut_) {
     for (const std::string& path : TokenFilesIn(now)) Complain("signed out, but there is " + path);
     return;
   }
@@ -186,14 +162,12 @@ void Checker::CheckReplacedTokens(const State& now) {
   const bool areNew = HasNewTokens(now), areOld = file->second.content == before_.files.at(kTokenFile).content;
   if (!areNew && !areOld) return Complain("broken tokens: " + Facts(kTokenFile, file->second));
   if (areOld && now.record != reference_.records.front()) Complain("a changed record with the old tokens");
-  left_ = areOld ? Left::kOld : now.record == reference_.records.back() ? Left::kNew : Left::kPartway;
 }
 
 /// Record, job, tokens: that is the order. One step that fails is logged, and those behind it are taken.
 void Checker::CheckRemovedTokens(const State& now, const Outcome& outcome) {
   const std::size_t tokens = TokenFilesIn(now).size(), all = TokenFilesIn(before_).size();
   const bool record = now.record.has_value(), job = now.files.count(kJob) != 0;
-  left_ = record && job && tokens == all ? Left::kOld : !record && !job && tokens == 0 ? Left::kNew : Left::kPartway;
   const bool inOrder = (!record || job) && (!job || tokens == all);
   const int undone = (record ? 1 : 0) + (job ? 1 : 0) + (tokens != 0 ? 1 : 0);
   const bool taken = undone <= 1;
@@ -256,7 +230,7 @@ void Checker::CheckPrivateFile(const std::string& path, const File& file, bool r
 }
 
 void Checker::CheckRepetition(const State& now, const Told& told, bool tokensAreGood) {
-  if (left_ == Left::kSignedOut) {  // for that, a person is needed
+  if (signedOut_) {  // for that, a person is needed
     const bool refused = told.finished && (told.result < 0 || !scenario_.resultTells);
     if (!refused) Complain("signed out, but run again it succeeds");
     return CheckSignedOut(now, {true, false, 0, 0, 0});

@@ -1,4 +1,4 @@
-// Says of a run with a fault in it how the device was left: as before, as after, partway, or broken and why.
+// Says of a run with a fault in it whether it left the device broken, and why.
 #pragma once
 
 #include <optional>
@@ -35,8 +35,6 @@ struct Outcome {
   std::string log;
 };
 
-enum class Left { kOld, kNew, kPartway, kSignedOut, kBroken };
-
 /// The access, id and refresh token of a token file, those that are there.
 std::vector<std::string> TokensIn(const std::string& content);
 
@@ -57,7 +55,6 @@ class Checker {
   /// `given`: secrets of this run alone.
   void CheckLog(const std::string& log, const State& now, std::vector<std::string> given);
 
-  Left Result() const { return complaints_.empty() ? left_ : Left::kBroken; }
   const std::vector<std::string>& Complaints() const { return complaints_; }
 
  private:
@@ -74,7 +71,7 @@ class Checker {
   const Scenario& scenario_;
   const Reference& reference_;
   const State& before_;
-  Left left_ = Left::kOld;
+  bool signedOut_ = false;  // it failed, signed the device out and logged that
   bool ended_ = false;      // the process was ended on purpose, in the midst of its work
   bool failed_ = false;     // it came to its end and may say so
   bool succeeded_ = false;  // it says so

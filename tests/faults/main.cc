@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <fstream>
@@ -62,7 +61,7 @@ class Campaign {
     };
     Reset();
     NoteRecord();
-    const Ending ending = Run({}, watch);
+    const Ending ending = RunAs(scenario_.uid, scenario_.run, {}, watch);
     NoteRecord();
     const State now = LookAtDevice();
     const bool changed = scenario_.tokens == Tokens::kReplaced
@@ -81,7 +80,7 @@ class Campaign {
     talk_ = talk;
     Reset();
     Checker checker(scenario_, reference_, before_);
-    Outcome outcome = {injection, Run(injection), told_, ""};
+    Outcome outcome = {injection, RunAs(scenario_.uid, scenario_.run, injection), told_, ""};
     const bool reached =
         outcome.ending.reached || (injection.kind == Kind::kMemory && AllocationCount() >= injection.allocation);
     if (talk) std::printf("result %d, finished %d, log:\n%s", told_.result, told_.finished, Log().c_str());
@@ -89,25 +88,22 @@ class Campaign {
     checker.CheckFault(LookAtDevice(), outcome);
     UseLine(lines_.back());
     const bool forgotten = scenario_.again && InCloud(&KnowsDevice) != "yes";
-    RunAs(scenario_.uid, forgotten ? scenario_.again : scenario_.run, {}, nullptr);
+    RunAs(scenario_.uid, forgotten ? scenario_.again : scenario_.run);
     const State now = LookAtDevice();
     checker.CheckRepetition(now, told_, TokensAreGood(now));
     checker.CheckLog(Log(), now, lines_);
     if (scenario_.tokens == Tokens::kReplaced && checker.LeavesRoom(now)) {
-      RunAs(0, &LogoutLocally, {}, nullptr);
+      RunAs(0, &LogoutLocally);
       checker.CheckSignedOut(LookAtDevice(), told_);
     }
     Count(injection, reached, checker);
   }
 
   /// Whether nothing was broken.
-  bool Print(double seconds) const {
-    std::printf(
-        "%-12s killed %d, failed %d, memory %d (not reached: %d): old %d, new %d, partway %d, signed out %d, "
-        "broken %d; %.1f s\n",
-        scenario_.name, killed_, failed_, memory_, notReached_, left_[0], left_[1], left_[2], left_[3], left_[4],
-        seconds);
-    return left_[static_cast<int>(Left::kBroken)] == 0;
+  bool Print() const {
+    std::printf("%-14s killed %d, failed %d, memory %d (not reached: %d): broken %d\n", scenario_.name, killed_,
+                failed_, memory_, notReached_, broken_);
+    return broken_ == 0;
   }
 
  private:
@@ -138,11 +134,7 @@ class Campaign {
     if (reference_.records.empty() || reference_.records.back() != record) reference_.records.push_back(record);
   }
 
-  Ending Run(const Injection& injection, const Watch& watch = nullptr) {
-    return RunAs(scenario_.uid, scenario_.run, injection, watch);
-  }
-
-  Ending RunAs(uid_t uid, int (*run)(), const Injection& injection, const Watch& watch) {
+  Ending RunAs(uid_t uid, int (*run)(), const Injection& injection = {}, const Watch& watch = nullptr) {
     told_ = {};
     FailAllocation(injection.allocation);
     return RunTraced([=] { Work(uid, run); }, injection, watch);
@@ -169,8 +161,8 @@ class Campaign {
   void Count(const Injection& injection, bool reached, const Checker& checker) {
     const Kind kind = injection.kind;
     ++(kind == Kind::kMemory ? memory_ : kind == Kind::kFail ? failed_ : killed_);
-    if (!reached) ++notReached_;
-    ++left_[static_cast<int>(checker.Result())];
+    notReached_ += !reached;
+    broken_ += !checker.Complaints().empty();
     for (std::string complaint : checker.Complaints()) {
       std::replace(complaint.begin(), complaint.end(), '\n', ' ');
       std::printf("broken: --only %s:%s: %s\n", scenario_.name, Text(injection).c_str(), complaint.c_str());
@@ -182,21 +174,15 @@ class Campaign {
   Reference reference_;
   State before_;
   std::vector<std::string> lines_;  // for UseLine; the first is empty
-  int killed_ = 0, failed_ = 0, memory_ = 0, notReached_ = 0;
-  int left_[5] = {};  // by Left
+  int killed_ = 0, failed_ = 0, memory_ = 0, notReached_ = 0, broken_ = 0;
   bool talk_ = false;
 };
 
 /// Which part a fault belongs to: by its name, as the number of polls, and with it an index, differs from run to run.
-std::size_t PartOf(const std::string& name, std::size_t parts) {
-  std::uint32_t hash = 2166136261u;
-  for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
-  return hash % parts + 1;
-}
+std::size_t PartOf(const std::string& name, std::size_t parts) { return std::hash<std::string>()(name) % parts + 1; }
 
 /// Whether nothing was broken.
 bool RunScenario(const Scenario& scenario, const Choice& choice, Told& told) {
-  const auto begin = std::chrono::steady_clock::now();
   Campaign campaign(scenario, told);
   bool found = choice.only.empty();
   for (const Injection& injection : campaign.Count()) {
@@ -207,7 +193,7 @@ bool RunScenario(const Scenario& scenario, const Choice& choice, Told& told) {
     campaign.Try(injection, isOnly);
   }
   if (!found) throw std::runtime_error("no such fault: " + choice.only);
-  return campaign.Print(std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+  return campaign.Print();
 }
 
 /// What is emptied here must be nobody's.

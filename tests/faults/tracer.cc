@@ -2,11 +2,9 @@
 // rest runs untraced but for new tasks, which must be known so that nothing survives.
 #include "tracer.h"
 
-#include <elf.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
-#include <sys/uio.h>
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,29 +38,7 @@ void SetTimer(int seconds) {
   setitimer(ITIMER_REAL, seconds ? &timer : &off, nullptr);
 }
 
-void SkipCall(pid_t task) {
-#if defined(__x86_64__)
-  ptrace(PTRACE_POKEUSER, task, offsetof(user_regs_struct, orig_rax), -1L);
-#elif defined(__aarch64__)
-  int none = -1;
-  iovec part = {&none, sizeof none};
-  ptrace(PTRACE_SETREGSET, task, NT_ARM_SYSTEM_CALL, &part);
-#else
-#error "how a system call is skipped is not known for this architecture"
-#endif
-}
-
-void SetResult(pid_t task, long result) {
-#if defined(__x86_64__)
-  ptrace(PTRACE_POKEUSER, task, offsetof(user_regs_struct, rax), result);
-#else
-  user_regs_struct all{};
-  iovec part = {&all, sizeof all};
-  ptrace(PTRACE_GETREGSET, task, NT_PRSTATUS, &part);
-  all.regs[0] = static_cast<unsigned long>(result);
-  ptrace(PTRACE_SETREGSET, task, NT_PRSTATUS, &part);
-#endif
-}
+void SetRegister(pid_t task, std::size_t place, long value) { ptrace(PTRACE_POKEUSER, task, place, value); }
 
 class Run {
  public:
@@ -168,7 +144,7 @@ class Run {
     if (injection_.kind != Kind::kFail) return;
     const bool setsIds = number == SYS_setresuid || number == SYS_setresgid;
     ending_.keptIds = setsIds && static_cast<unsigned int>(info.entry.args[1]) != 0;
-    SkipCall(task);
+    SetRegister(task, offsetof(user_regs_struct, orig_rax), -1);  // it is not made
   }
 
   void SeeResult(pid_t task, Task& known) {
@@ -177,7 +153,7 @@ class Run {
     struck_ = nullptr;
     tracing_ = false;
     if (injection_.kind == Kind::kKillAfter) return KillAll();
-    SetResult(task, -injection_.error);
+    SetRegister(task, offsetof(user_regs_struct, rax), -injection_.error);
   }
 
   void KillAll() {

@@ -77,20 +77,6 @@ TEST_F(SimFaults, EachSpoilsTheAnswerInItsWay) {
   EXPECT_TRUE(cloud.WaitIdle());
 }
 
-TEST_F(SimFaults, QueuesAreUsedUpInOrderAndThePathGoesBeforeTheStar) {
-  Fault twice = Fault::Answer(500, ""), always = Fault::Answer(429, "");
-  twice.times = 2;
-  always.times = -1;
-  cloud.QueueFault("x", twice);
-  cloud.QueueFault("/x", Fault::Answer(503, ""));
-  cloud.QueueFault("y", Fault::Answer(403, ""));
-  cloud.QueueFault("*", always);
-  for (const long status : {500L, 500L, 503L, 429L, 429L}) EXPECT_EQ(status, Send().status);
-  EXPECT_EQ(2u, cloud.PendingFaults());
-  cloud.ClearFaults();
-  EXPECT_EQ(200, Send().status);
-}
-
 /// Each kind has to be refused for what it is named after; a client that looks away there must get through.
 TEST_F(SimFaults, BadCertificatesAreGoodButForTheOneThing) {
   std::ofstream("/tmp/sim-ca.pem") << cloud.CaPem();

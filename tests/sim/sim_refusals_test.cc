@@ -1,5 +1,4 @@
 // That the cloud lets no malformed request pass and says what was wrong with it: what makes it a judge of the library.
-#include "sim/device_token.h"
 #include "sim/sim_bench.h"
 
 namespace {
@@ -9,7 +8,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 const std::string kHolder = kDevice + "&id=1001&auth_key=ak-1", kPhotos = "kivo-package-photos";
-const std::string kShop = "https://payment.kivo.example/api/", kDigest = "3cb4e732631f47e6eb961f34554b7cde";
 const std::string kCallback = "https%3A%2F%2Faccount.kivo.example%2Fpackage%2Fphotos%2Flogin%2Fcallback";
 const std::string kSecret = "&passwd=correct%20horse&email=x%40y";
 
@@ -31,15 +29,8 @@ Ask With(Ask ask, const std::string& more) {
 TEST_F(SimTest, FaultyRequestsAreRefusedInTheirOwnWayAndComplainedOf) {
   const std::string bearer = Bearer(Issue().accessToken), none = "Accept: */*";
   const std::string watchToken = Bearer(Issue("1001", "kivo-package-pulsewatch").accessToken);
-  const std::string pair = "&kivoID=ann%40example.com&kivoPW=" + kDigest;
-  const std::string shopToken = kivosim::DeviceToken(kSerial, "ann@example.com", kDigest);
   const Ask login{kApi + "password_login", kLogin, {none}};
   const Ask report{kApi + "report", kHolder + "&timezone=Europe%2FBerlin&serial_no=" + kSerial + "&lu_info=", {none}};
-  const Ask enrol{kApi + "user/register",
-                  kDevice + "&email=eve%40example.com&passwd=p%20w&full_name=Eve&serial_no=" + kSerial +
-                      "&notify_lang=enu&token=430450fef2cf32aad9ad39f451c755a5&timezone=Asia%2FTokyo" +
-                      "&critical_release=false&enews_local_promotion=true&enews=true",
-                  {none}};
   const Ask update{kApi + "user/update", kHolder + "&serial_no=" + kSerial, {none}};
   const Ask exchange{kCore + "core/authkey/exchange", "", {bearer}};
   const Ask grant{kAccount + "/migration/api/v1/device/core/authorization_code/grant",
@@ -52,35 +43,21 @@ TEST_F(SimTest, FaultyRequestsAreRefusedInTheirOwnWayAndComplainedOf) {
                     "client_id=" + kPhotos + "&redirect_url=" + kCallback + "&state=1&code_challenge=" + kChallenge +
                         "&scopes[]=openid&scopes[]=offline_access&scopes[]=profile&scopes[]=email",
                     {bearer, Client(kPhotos)}};
-  const Ask watch{kCore + "pulsewatch/authorization_code/grant",
-                  "client_id=w1&redirect_url=https%3A%2F%2Fw.example%2F&state=s&scopes[]=read%20write",
-                  {watchToken, Client("w1")}};
   const Ask code{kTokenUrl, CodeForm(NewCode()), {Client()}};
-  const Ask shop{kShop + "auth.php", "lu_sn=" + kSerial + "&lu_token=" + shopToken + pair + pair, {none}};
-  const Ask items{kShop + "getItemList.php?" + kDevice + "&language=fre", "-", {none}};
-  const Ask history{kShop + "query.php",
-                    kDevice + "&action=get_history&id=1001&auth_key=ak-1&serial_no=" + kSerial + "&language=enu",
-                    {none}};
-  const Ask record{kShop + "package/record?" + kDevice + "&app=songbook", "-", {none}};
-  const std::string type = "type=acnt_pw_apikey", email = "email=ann%40example.com", wrong = "\"lu_token\" is wrong";
-  const std::string grantType = "grant_type=authorization_code&", client = "client_id=kivo-device&";
+  const std::string wrong = "\"lu_token\" is wrong", grantType = "grant_type=authorization_code&",
+                    client = "client_id=kivo-device&";
   const struct {
     Ask ask;
     long status;
     const char* answer;
     std::string complaint;  // "": refused for what it says, not for how
   } rows[] = {
-      {In(login, type + "&" + email, email + "&" + type), 400, "badparam", "expected \"type\", found \"email\""},
       {In(login, "&mac=", "&kivoID=1001&mac="), 400, "badparam", "expected \"mac\", found \"kivoID\""},
-      {In(login, "lu_sn=" + kSerial, "lu_sn=2130KVN004212"), 400, "badparam", "\"serial_no\" is not \"lu_sn\""},
       {In(login, "430450fe", "430450ff"), 400, "badauth", wrong},
       {In(login, "&type=", "&kivoID=1001&type="), 400, "badauth", wrong},  // an id that the token does not cover
-      {In(login, "acnt_pw_apikey", "acnt_pw"), 400, "badparam", "\"type\" is \"acnt_pw\""},
-      {In(login, "api_key=k1", "api_key="), 400, "badparam", "\"api_key\" is empty"},
       {In(login, "correct%20", "correct+"), 400, "badparam", "unescaped byte in \"correct+horse\""},
       {In(login, "%3A01", "%3a01"), 400, "badparam", "bad escape in \"02%3A00%3A5e%3A00%3A00%3a01\""},
       {In(login, "%3A01", "%3A0%31"), 400, "badparam", "needless escape in \"02%3A00%3A5e%3A00%3A00%3A0%31\""},
-      {In(login, "ann%40", "eve%40"), 400, "account_not_found", ""},
       {In(login, "%20horse", "%20Horse"), 400, "badauth", ""},
       {{login.url, kLogin, {}, "PUT"}, 400, "", "method is PUT"},
       {{login.url, kLogin, {"Content-Type: text/plain"}}, 400, "", "content type"},
@@ -89,54 +66,24 @@ TEST_F(SimTest, FaultyRequestsAreRefusedInTheirOwnWayAndComplainedOf) {
       {{kApi + "no_such", kLogin}, 404, "", "no such path"},
       {{kAccount + "/", kLogin, {"Host: evil.example"}}, 404, "", "no such host"},
       {{kAccount + "/", kLogin, {"Host: account-test.kivo.example"}}, 404, "", "handshake was for"},
-      {In(report, "&lu_info=", ""), 400, "{\"code\":\"badparam\"}", "expected \"lu_info\", found the end"},
-      {In(report, "lu_info=", "lu_info=7.2"), 400, "badparam", "\"lu_info\" is \"7.2\""},
-      {In(report, "Europe%2FBerlin", "posix%2FUTC"), 400, "badparam", "\"timezone\" is \"posix/UTC\""},
       {In(report, "Europe%2FBerlin", "A%2F..%2FUTC"), 400, "badparam", "\"timezone\" is \"A/../UTC\""},
       {In(report, "ak-1", "ak-2"), 400, "{\"code\":\"badauth\"}", ""},
-      {In(enrol, "token=430450fef2cf32aad9ad39f451c755a5&time", "token=0&time"), 400, "badauth", "\"token\" is wrong"},
-      {In(enrol, "enews=true", "enews=1"), 400, "badparam", "\"enews\" is \"1\""},
       {With(update, "&email=x%40y"), 400, "badauth", "\"email\" without \"passwd\""},
       {With(update, kSecret + "&passwd_new=a"), 400, "badparam", "\"passwd_confirmation\" is not \"passwd_new\""},
       {With(update, "&country=DEU" + kSecret), 400, "badparam", "unexpected \"passwd\""},
       {{exchange.url, ""}, 400, "", "Authorization must be there once"},
-      {{exchange.url, "", {"Authorization: Basic x"}}, 400, "", "no bearer token"},
       {With(exchange, "a=1"), 400, "", "there is a body"},
-      {In(exchange, "exchange", "exchange?a=1"), 400, "", "query text"},
       {In(grant, "ID: kivo-device", "ID: other"), 400, "", "header X-Client-ID is \"other\""},
-      {In(grant, "redirect_url", "redirect_uri"), 400, "", "expected \"redirect_url\""},
       {In(grant, "login", "logout"), 400, "", "is no redirect URI"},
-      {In(grant, "challenge=E", "challenge="), 400, "", "43 characters"},
       {In(grant, kSerial, "OTHER"), 400, "", "the scope names device \"OTHER\""},
-      {{logout.url, kLogout}, 200, "badparam", "no header X-Client-ID"},
       {In(logout, "kivo-device", "eve"), 200, "badparam", "unknown client"},
-      {With(logout, "&x=1"), 200, "badparam", "unexpected \"x\""},
       {In(logout, "ak-1", "ak-2"), 200, "badauth", ""},
-      {{config.url}, 400, "", "Authorization must be there once"},
       {{config.url, "-", {watchToken}}, 401, "", "the token is one of client \"kivo-package-pulsewatch\""},
-      {With(config, "&a=1"), 400, "", "unexpected \"a\""},
-      {In(config, "photos", "songbook"), 404, "", ""},
-      {In(package, kPhotos, "kivo-device"), 400, "", "header X-Client-ID is \"" + kPhotos},
       {In(package, "photos%2F", "pulsewatch%2F"), 400, "", "is no redirect URI of "},
       {In(package, "&scopes[]=email", ""), 400, "", "the scopes are \"openid offline_access profile\""},
-      {In(watch, watchToken, bearer), 401, "", "the token is one of client \"kivo-device\""},
-      {With(watch, "&scopes[]=x"), 400, "", "unexpected \"scopes[]\""},
-      {{kTokenUrl, code.form}, 400, "invalid_request", "no header X-Client-ID"},
       {In(In(code, "kivo-device", "eve"), "kivo-device", "eve"), 400, "invalid_client", "unknown client"},
-      {With(code, "&scope=openid"), 400, "invalid_request", "unexpected \"scope\""},
       {In(code, grantType + client, client + grantType), 400, "invalid_request", "expected \"grant_type\""},
-      {In(code, "&code_verifier=" + kVerifier, ""), 400, "invalid_request", "found the end"},
-      {In(code, kVerifier, kVerifier.substr(1)), 400, "invalid_request", "43 to 128"},
-      {{kTokenUrl, "grant_type=password&a=a", {Client()}}, 400, "unsupported_grant_type", "is \"password\""},
-      {With(In(shop, pair, ""), Replaced(pair, "3cb4", "3cb5")), 400, "badparam", "two values of \"kivoPW\""},
-      {In(In(shop, pair, ""), pair, ""), 400, "badparam", "expected \"kivoID\", found the end"},
-      {In(shop, "_token=", "_token=0"), 400, "badauth", wrong},
-      {{items.url, ""}, 400, "badparam", "method is POST"},
-      {In(items, "430450fe", "430450ff"), 400, "badauth", wrong},
-      {In(record, "songbook", "a+b"), 400, "badparam", "unescaped byte in \"a+b\""},
-      {With(history, "&paypals=ann.buys&apps=pulsewatch"), 400, "badparam", "unexpected \"apps\""},
-      {With(history, "&dates=2026-1-1%2C"), 400, "badparam", "\"dates\" is \"2026-1-1,\""},
-      {In(history, "ak-1", "ak-2"), 400, "{\"code\":\"badauth\"}", ""}};
+      {In(code, kVerifier, kVerifier.substr(1)), 400, "invalid_request", "43 to 128"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.ask.url + " " + row.ask.form);
     cloud.ClearJournal();
@@ -151,8 +98,7 @@ TEST_F(SimTest, FaultyRequestsAreRefusedInTheirOwnWayAndComplainedOf) {
   EXPECT_EQ(2u, cloud.Accounts().size());
   EXPECT_TRUE(cloud.FindAccount("ann@example.com")->reports.empty());
   cloud.ClearJournal();
-  for (const Ask& good : {login, report, enrol, update, exchange, grant, config, package, watch, code, shop, items,
-                          history, record, logout})
+  for (const Ask& good : {login, report, update, exchange, grant, config, package, code, logout})
     EXPECT_EQ(200, Send(good).status) << good.url << " " << good.form;  // and none of the others used anything up
   EXPECT_THAT(cloud.Complaints(), IsEmpty());
 }

@@ -1,10 +1,5 @@
-// The life of codes and tokens: rotation, revocation, what each is bound to, and that of many simultaneous uses of one
-// a single one succeeds.
-#include <atomic>
-#include <thread>
-
+// The life of codes and tokens: rotation, revocation, and what each is bound to.
 #include "sim/sim_bench.h"
-#include "sim/token_store.h"
 
 namespace {
 
@@ -62,31 +57,6 @@ TEST_F(SimTest, ACodeIsBoundToWhatItWasAskedForWithLivesTenMinutesAndItsSecondUs
   EXPECT_TRUE(cloud.TokenFamilies().at(0).revoked);
   EXPECT_EQ(401, ExchangeAuthKey(Member(first, "access_token")).status);
   EXPECT_EQ("invalid_grant", Member(Refresh(Member(first, "refresh_token")), "error"));
-}
-
-/// The simulator serves on one thread, so the store has to be raced directly.
-TEST(SimTokenStore, ACodeAndATokenAreUsedUpOnceByAnyNumberOfThreads) {
-  constexpr std::size_t kCount = 16000;
-  kivosim::TokenStore store;
-  std::vector<std::string> codes, tokens;
-  for (std::size_t i = 0; i < kCount; ++i) {
-    codes.push_back(store.IssueCode({{"1", "kivo-device", "", "openid"}, "uri", kChallenge}));
-    tokens.push_back(store.Issue({"1", "kivo-device", "", "openid"}, 0s).refreshToken);
-  }
-  std::vector<std::atomic<int>> codeUses(kCount), tokenUses(kCount);
-  std::atomic<int> ready{0};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i)
-    threads.emplace_back([&] {
-      for (++ready; ready < 8;) std::this_thread::yield();
-      for (std::size_t at = 0; at < kCount; ++at) {
-        if (store.Refresh(tokens[at], "kivo-device").refusal.empty()) ++tokenUses[at];
-        if (store.ExchangeCode({"kivo-device", "uri", codes[at], kVerifier}).refusal.empty()) ++codeUses[at];
-      }
-    });
-  for (std::thread& thread : threads) thread.join();
-  for (std::size_t at = 0; at < kCount; ++at) ASSERT_TRUE(codeUses[at] == 1 && tokenUses[at] == 1) << at;
-  for (const kivosim::TokenFamily& family : store.Families()) ASSERT_TRUE(family.revoked);
 }
 
 TEST_F(SimTest, SigningOutTakesTheKeyAndTheTokensOfTheDeviceAndItsPackages) {

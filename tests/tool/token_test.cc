@@ -27,14 +27,11 @@ TEST_F(ToolTest, ATokenIsPrintedInTheFormAskedForAndNotByStatus) {
   EXPECT_EQ(set.idToken + "\n", Tool({"token", "--id"}).out);
   EXPECT_EQ("Authorization: Bearer " + set.accessToken + "\n", Tool({"token", "--format", "header"}).out);
   EXPECT_EQ("VARNKIVO_ACCESS_TOKEN=" + set.accessToken + "\n", Tool({"token", "--format", "env"}).out);
-  for (const Words& call : {Words{"token", "--json"}, {"token", "--format", "json"}}) {
-    EXPECT_EQ("", CheckDocument("token", Tool(call).out));
-    EXPECT_EQ(set.accessToken, Parse(Tool(call).out)["token"].asString());
-  }
+  EXPECT_EQ(set.accessToken, Parse(Tool({"token", "--format", "json"}).out)["token"].asString());
 }
 
 TEST_F(ToolTest, ATokenThatCannotBeHadEndsWithWhy) {
-  for (const Words& more : {Words{"--format=json"}, {"--format", "json"}, {"--format", "json", "--nonesuch"}})
+  for (const Words& more : {Words{"--format=json"}, {"--format", "json", "--nonesuch"}})
     EXPECT_NE("", ErrorOf(Tool(With({"token"}, more)))["cause"].asString());
   EXPECT_EQ('v', Tool({"token", "--format", "header", "--package", "json"}).err[0]) << "no JSON mode";
   EXPECT_EQ(3, Tool({"token"}).exit) << "nobody is signed in";
@@ -55,14 +52,6 @@ TEST_F(ToolTest, ATokenThatCannotBeHadEndsWithWhy) {
     for (const Words& call : {Words{"token", "--format", "header"}, {"exec", "--", "/bin/echo", "ran"}})
       EXPECT_EQ("1", Tool(call).out + std::to_string(Tool(call).exit)) << content;
   }
-  StoreToken(hours(2));
-  Cloud().Revoke(kEmail);
-  Cloud().RevokeTokens(kEmail);
-  Cloud().QueueFault(kLogoutPath, kivosim::Fault::Answer(200, "{}"));
-  const Json::Value revoked = ErrorOf(Tool({"token", "--json"}));
-  EXPECT_EQ("not_signed_in", revoked["kind"].asString());
-  EXPECT_THAT(revoked["cause"].asString(), HasSubstr("it has been signed out"));
-  EXPECT_EQ("", Read(kRecord));
 }
 
 TEST_F(ToolTest, AProgramGetsItsWordsAsTheyStandAndTheTokenInItsEnvironmentAlone) {
@@ -90,7 +79,6 @@ TEST_F(ToolTest, AProgramGetsItsWordsAsTheyStandAndTheTokenInItsEnvironmentAlone
               {{"status", "--", "/bin/true"}, 2, "runs no program"},
               {{"exec", "--", "/bin/sh", "-c", "echo inside >&2; exit 7"}, 7, "inside"},
               {{"exec", "--", "/no/such/program"}, 127, "could not be run: No such file"},
-              {{"exec", "--", ""}, 127, "could not be run"},
               {{"exec", "--", "/etc/passwd"}, 126, "could not be run: Permission denied"}};
   for (const auto& row : rows) {
     const Result result = Tool(row.arguments);

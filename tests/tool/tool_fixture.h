@@ -31,7 +31,6 @@ struct Call {
   Words environment = {};  ///< "NAME=value", added to a small fixed one
   bool terminal = false;   ///< stdin and stderr are a terminal
   uid_t realUid = 0, effectiveUid = 0;
-  unsigned short columns = 0;  ///< of the terminal; 0: it does not say
 };
 
 struct Result {

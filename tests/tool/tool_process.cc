@@ -38,8 +38,7 @@ ToolProcess::ToolProcess(const Call& call) {
   const std::vector<char*> argv = Pointers(arguments), envp = Pointers(environment);
   int in[2], out[2], err[2];
   if (pipe2(in, O_CLOEXEC) + pipe2(out, O_CLOEXEC) + pipe2(err, O_CLOEXEC) != 0) abort();
-  const winsize size = {24, call.columns, 0, 0};
-  if (call.terminal && openpty(&terminal_, &slave_, nullptr, nullptr, &size) != 0) abort();
+  if (call.terminal && openpty(&terminal_, &slave_, nullptr, nullptr, nullptr) != 0) abort();
   for (const int end : {terminal_, slave_}) fcntl(end, F_SETFD, FD_CLOEXEC);
   pid_ = fork();
   if (pid_ == 0) {
