@@ -19,18 +19,7 @@ kivosim::Simulator& Cloud::Sim() {
 }
 
 void Cloud::AnswerAll(int status, const std::string& body) {
-  Sim().SetHook([=](const kivosim::Request&) {
-    kivosim::Response answer;
-    answer.status = status;
-    answer.body = body;
-    return answer;
-  });
-}
-
-std::vector<std::string> Texts(const kivosim::Pairs& pairs) {
-  std::vector<std::string> texts;
-  for (const auto& [name, value] : pairs) texts.push_back(name + "=" + value);
-  return texts;
+  Sim().SetHook([=](const kivosim::Request&) { return kivosim::Response{status, body}; });
 }
 
 }  // namespace testsupport

@@ -25,7 +25,4 @@ class Cloud {
   void AnswerAll(int status, const std::string& body);
 };
 
-/// "name=value" with the decoded texts, in the order of the wire.
-std::vector<std::string> Texts(const kivosim::Pairs& pairs);
-
 }  // namespace testsupport
