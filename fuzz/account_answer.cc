@@ -12,7 +12,6 @@
 
 #include "answers.h"
 #include "device.h"
-#include "property.h"
 
 namespace {
 

@@ -1,18 +1,14 @@
 // The account record as other programs see it: what setters leave, getters make of any file, and which ids the process
-// has meanwhile; the functions over it: the fixed-size structure, the removal in a process, the scheduled report.
-#include <gmock/gmock.h>
+// has meanwhile; the functions over it: the fixed-size structure and the removal in a process.
+#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
-#include <varnkivo/kivo_exception.h>
 #include <varnkivo/user.h>
 #include <varnkivo/varnkivo.h>
 
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <regex>
-#include <sstream>
 
 #include "account_bench.h"
 

@@ -1,4 +1,4 @@
-// The periodic report: what is sent, and what each answer leaves on disk, in the job and in the notifications.
+// The periodic report: what each answer leaves on disk, in the job and in the notifications.
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <varnkivo/user.h>

@@ -38,10 +38,9 @@ class FakePlatform {
   /// Fails the test when a failure asked for was never reached, or a secret stands in the log.
   ~FakePlatform();
 
-  /// The next `times` calls of `call` give `result` (null and -1 where none is said) instead of running. Calls: the C
-  /// functions of the platform; "ConfigManager::Save" and "ConfigManager::Remove" (0 is false); "curl_easy_init",
-  /// "curl_easy_perform", "curl_easy_escape", or one option such as
-  /// "CURLOPT_URL". Results of one call queue up.
+  /// The next `times` calls of `call` give `result` (null and -1 where none is said) instead of running. Calls: the
+  /// functions of platform_calls.cc; "ConfigManager::Save" and "ConfigManager::Remove" (0 is false); "curl_easy_init",
+  /// "curl_easy_perform", "curl_easy_escape", or one option such as "CURLOPT_URL". Results of one call queue up.
   void FailNext(const std::string& call, int times = 1, std::optional<long> result = std::nullopt);
   /// As FailNext, but `before` calls run first.
   void FailAfter(const std::string& call, int before, std::optional<long> result = std::nullopt);
