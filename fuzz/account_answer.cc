@@ -2,18 +2,16 @@
 // body. Whatever comes: no key appears in the account record that the library does not know, and nothing is thrown but
 // what the headers name.
 #include <json/json.h>
-#include <varn/platform.h>
 #include <varnkivo/kivo_exception.h>
 #include <varnkivo/pkce_client.h>
 #include <varnkivo/varnkivo.h>
 
 #include <cstring>
-#include <set>
+#include <sstream>
 #include <typeinfo>
 
 #include "answers.h"
 #include "device.h"
-#include "property.h"
 
 namespace {
 
@@ -21,39 +19,16 @@ std::string gSignedIn;  // the record of somebody who is signed in, as the libra
 const char kExpired[] =
     "{\"access_token\":\"a\",\"id_token\":\"i\",\"refresh_token\":\"r\",\"expires_in\":1,\"created_at\":1}";
 
-std::set<std::string> KeysOfRecord() {
-  std::set<std::string> keys;
-  VLIBSzHash* values = VLIBCSzHashAlloc(64);
-  VLIBSzList* names = VLIBCSzListAlloc(64);
-  if (VLIBCFileGetKeys(kRecord, values, "=") > 0) VLIBCSzHashEnumKey(values, names);
-  for (int i = 0; i < VLIBCSzListCount(names); ++i) keys.insert(VLIBCSzListGet(names, i));
-  VLIBCSzListFree(names);
-  VLIBCSzHashFree(values);
-  return keys;
-}
-
 void CheckRecord() {
-  static const std::set<std::string> known = {"kivoID",
-                                              "kivoPW",
-                                              "kivoIDSerial",
-                                              "lu_auth_key",
-                                              "account_host",
-                                              "identity_host",
-                                              "full_name",
-                                              "country",
-                                              "timezone",
-                                              "notify_language",
-                                              "critical_version_list",
-                                              "critical_version_domain",
-                                              "activated",
-                                              "disabled",
-                                              "enews",
-                                              "critical_release",
-                                              "enews_local_promotion",
-                                              "realname_validation_pass",
-                                              "report_cron_timestring",
-                                              "last_query_time"};
-  for (const std::string& key : KeysOfRecord()) Require(known.count(key) > 0, "a server's text adds no key", key);
+  static const std::string known =
+      " kivoID kivoPW kivoIDSerial lu_auth_key account_host identity_host full_name country timezone notify_language "
+      "critical_version_list critical_version_domain activated disabled enews critical_release enews_local_promotion "
+      "realname_validation_pass report_cron_timestring last_query_time ";
+  std::istringstream record(ReadFile(kRecord));
+  for (std::string line; std::getline(record, line);) {
+    const std::string key = line.substr(0, line.find('='));
+    Require(known.find(" " + key + " ") != std::string::npos, "a server's text adds no key", key);
+  }
 }
 
 void Renew() {

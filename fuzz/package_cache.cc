@@ -8,7 +8,6 @@
 
 #include "answers.h"
 #include "device.h"
-#include "property.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// The bench, and the one function of the library that has to fail on its own: nothing outside can make it do so.
+// The bench. An operation is a row of the table.
 #include "account_bench.h"
 
 #include <gtest/gtest.h>
@@ -13,18 +13,9 @@
 #include <sstream>
 #include <typeinfo>
 
-#include "fake_state.h"
 #include "sim/device_token.h"
 
 using namespace testsupport;
-
-extern "C" int VARNKIVOServerConfigGet(char* config) {
-  if (Plan("VARNKIVOServerConfigGet", "").instead) {
-    VARNKIVOErrSet(KIVO_ERR_SYSTEM);
-    return -1;
-  }
-  return Next<int(char*)>("VARNKIVOServerConfigGet")(config);
-}
 
 namespace accounttest {
 
@@ -97,11 +88,11 @@ const std::vector<Operation>& Operations() {
       {"query", "kivo_account_query_info", kQuery, "Server returned insufficient data. resp=",
        [](Json::Value& out) { return VARNKIVOAccountQueryInfo(out, true, false); }},
       {"register", "kivo_account_register", "device/api/user/register", "Failed to register ann@example.com, resp=",
-       [](auto&) { return VARNKIVOAccountRegister(kEmail, kPassword, "Ann", false, true, false, nullptr); }},
+       [](auto&) { return VARNKIVOAccountRegister(kEmail, kPassword, "Ann", true, true, false, nullptr); }},
       {"update", "kivo_account_set_info", "device/api/user/update", "Failed to update account:1001, resp=",
        [](auto&) {
-         return VARNKIVOAccountSetInfo("Ann", nullptr, kPassword, nullptr, nullptr, nullptr, nullptr, -1, -1, -1,
-                                       nullptr);
+         return VARNKIVOAccountSetInfo("Ann", "not@without.password", nullptr, "nor this", nullptr, nullptr, nullptr,
+                                       -7, 1, 0, nullptr);
        }},
       {"report", "kivo_report_info", "device/api/report",
        "Failed to query service check, resp=", [](auto&) { return VARNKIVOReportInfo(); }},

@@ -7,6 +7,7 @@
 #include <varnkivo/file_lock.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <set>
 
@@ -19,6 +20,8 @@ namespace {
 
 constexpr char kPath[] = "/tmp/account_test.lock";
 constexpr char kTarget[] = "/tmp/account_target";
+
+auto Descriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
 
 TEST(FileLock, WhatIsNoPlainFileIsRefusedAtOnceAndLeftAlone) {
   const struct {
@@ -35,12 +38,12 @@ TEST(FileLock, WhatIsNoPlainFileIsRefusedAtOnceAndLeftAlone) {
     FakePlatform device;
     ASSERT_EQ(0, row.plant());
     const std::string before = ModeAndOwner(kTarget) + ReadFile(kTarget);
-    const std::size_t descriptors = OpenDescriptors();
+    const auto descriptors = Descriptors();
     EXPECT_FALSE(FileLock(row.path).Lock(30));
     EXPECT_EQ("file_lock Failed to open file: " + row.path, device.LastLine());
     EXPECT_THAT(device.Calls("VLIBCFileLockByFile"), testing::IsEmpty());
     EXPECT_EQ(before, ModeAndOwner(kTarget) + ReadFile(kTarget));
-    EXPECT_EQ(descriptors, OpenDescriptors());
+    EXPECT_EQ(descriptors, Descriptors());
   }
 }
 

@@ -89,7 +89,6 @@ TEST(Package, APlantedConfigurationIsReplacedAndNobodyElseAsked) {
               {"hard link"},
               {"link"},
               {"fifo"},
-              {"folder"},
               {"text"},
               {"seen by its owner", 1000, 1000},
               {"seen by the account's user", 1000, 934}};
@@ -104,8 +103,6 @@ TEST(Package, APlantedConfigurationIsReplacedAndNobodyElseAsked) {
     const bool isLink = kind == "link", isHardLink = kind == "hard link";
     if (kind == "fifo") {
       EXPECT_EQ(0, mkfifo(kCache, 0644));
-    } else if (kind == "folder") {
-      std::filesystem::create_directories(kCache + std::string("/full"));
     } else {
       WriteFile(other, kind == "text" ? "<html>" : planted);
       EXPECT_TRUE(chmod(other.c_str(), row.mode) == 0 && chown(other.c_str(), row.owner, row.owner) == 0);
@@ -128,13 +125,11 @@ TEST(Package, AConfigurationIsGoodForThirtyHoursAndOneThatCannotBeUsedSpendsNoth
     std::size_t asked = 0;  // for another
   } rows[] = {{"created_at", kNow - kThirtyHours, "", 0},
               {"created_at", kNow - kThirtyHours - 1, "", 1},
-              {"created_at", Json::Value(), "", 1},
               {"created_at", "1800000000", "", 1},
               {"created_at", 1e30, "", 1},
               {"token_endpoint", Json::Value(), "code 5"},
               {"token_endpoint", "http://identity.kivo.example/oauth2/token", "code 5"},
               {"token_endpoint", Json::Value(Json::arrayValue), "code 5"},
-              {"token_endpoint", "https:///oauth2/token", "code 5"},
               {"token_endpoint", "https://a\r\nb/", "code 5"},
               {"client_id", "a\r\nX-Evil: 1", "code 22"},
               {"scope", Json::Value(Json::objectValue), "code 5"}};

@@ -54,6 +54,8 @@ TEST(Service, OnlyARefusedRefreshTokenIsReplacedByAGrantOrByASignOut) {
   const std::string renewal = kToken + "refresh_token&", exchange = kToken + "authorization_code&";
   const std::string logout = "POST /device/api/logout account.kivo.example serial_no=2040VKN000001&auth_key=" +
                              std::string("AuthKey%2B0123456789%2Fabcdef%3D%3D");  // no access token: it could lead here
+  const std::vector<std::string> out = {renewal, kGrant, logout};
+  const std::string forced = "Failed to rescue by authkey, force logout";
   const struct {
     std::string path, body;  // answers that so; what has no answer is asked of the simulator
     int status;
@@ -61,24 +63,13 @@ TEST(Service, OnlyARefusedRefreshTokenIsReplacedByAGrantOrByASignOut) {
     std::vector<std::string> sent;  // as each begins
     bool signedIn = true;
     std::string logged = "";
-  } rows[] = {{kTokenPath, "[]", 200, "code 5", {renewal}},
-              {kTokenPath, "down", 500, "code 2", {renewal}},
-              {kTokenPath, "{}", 200, "code 22", {renewal}},
-              {"", "", 0, "token", {renewal, kGrant, exchange}, true, "Rescue lum renew pkce token by authkey"},
-              {kGrantPath,
-               "gone",
-               401,
-               "code 22: Failed to find an existed token file",
-               {renewal, kGrant, logout},
-               false,
-               "Failed to rescue by authkey, force logout"},
-              {kLogoutPath,
-               R"({"code":"badsys"})",
-               200,
-               "code 6: Failed to logout with success code",
-               {renewal, kGrant, logout},
-               true,
-               "Failed to rescue by authkey, force logout"}};
+  } rows[] = {
+      {kTokenPath, "[]", 200, "code 5", {renewal}},
+      {kTokenPath, "down", 500, "code 2", {renewal}},
+      {kTokenPath, "{}", 200, "code 22", {renewal}},
+      {"", "", 0, "token", {renewal, kGrant, exchange}, true, "Rescue lum renew pkce token by authkey"},
+      {kGrantPath, "gone", 401, "code 22: Failed to find an existed token file", out, false, forced},
+      {kLogoutPath, R"({"code":"badsys"})", 200, "code 6: Failed to logout with success code", out, true, forced}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path + row.body);
     Bench bench;
@@ -141,14 +132,12 @@ TEST(Service, WithoutATemplateThereIsNoService) {
   const std::string content = ReadFile(kLoginConfig);
   WriteFile(kLoginConfig, "{");
   EXPECT_EQ("code 2: ", Result([] { return AccountPkceService(), ""; }).substr(0, 8));
-  VARNKIVOErrSet(0);
   EXPECT_EQ(-1, VARNKIVOAccountLogout(false));
   EXPECT_EQ(KIVO_ERR_BAD_JSON, VARNKIVOErrGet());
   WriteFile(kLoginConfig, content);
-  EXPECT_EQ("kivo-device-register", AccountPkceService().GetRegisterPkceConfig()["client_id"].asString());
 }
 
-TEST(AccountService, AFailureThrowsItsCodeAndOnlyASynchronisationDeletesTheRecord) {
+TEST(AccountService, OnlyASynchronisationThatFailsDeletesTheRecord) {
   Bench bench;
   const varnkivo::AccountService service;
   for (const bool remote : {false, true}) {
@@ -159,8 +148,6 @@ TEST(AccountService, AFailureThrowsItsCodeAndOnlyASynchronisationDeletesTheRecor
         StartsWith("code 4:"));
     EXPECT_EQ(!remote, IsThere(kRecord));
   }
-  EXPECT_THAT(Result([&] { return service.Login(kEmail, "wrong"), ""; }), StartsWith("code 14:"));
-  EXPECT_EQ("account_service VARNKIVOAccountLogin failed, email=ann@example.com", bench.device.LastLine());
 }
 
 void LeaveTraces(Bench& bench) {
@@ -183,9 +170,8 @@ TEST(Logout, TellsTheAccountHostAndLeavesNothing) {
   EXPECT_THAT(bench.cloud->Complaints(), IsEmpty());
   EXPECT_FALSE(IsThere(kRecord) || IsThere(kCronJob));
   EXPECT_THAT(TokenFiles(), IsEmpty());
-  EXPECT_THAT(
-      bench.Steps({"VLIBCProcFork", "ConfigManager", "VARNLogSet1", "VLIBCExecl"}),
-      ElementsAre("ConfigManager::Save", "VLIBCProcFork", "ConfigManager::Remove", "VARNLogSet1", "VLIBCExecl"));
+  EXPECT_THAT(bench.Steps({"VLIBCProcFork", "ConfigManager", "VARNLogSet1"}),
+              ElementsAre("ConfigManager::Save", "VLIBCProcFork", "ConfigManager::Remove", "VARNLogSet1"));
   EXPECT_THAT(bench.device.Calls("VARNLogSet1("), ElementsAre("VARNLogSet1(2,1,329252866,,,,)"));
   EXPECT_THAT(bench.device.Logs(), Contains("Logged out Varnholt Account: ann@example.com"));
 }
@@ -193,11 +179,10 @@ TEST(Logout, TellsTheAccountHostAndLeavesNothing) {
 TEST(Logout, LocallyItAsksNobodyAndGoesOnWhateverFails) {
   Bench bench;
   LeaveTraces(bench);
-  for (const char* call : {"VLIBCProcFork", "VLIBCExecl"}) bench.device.FailNext(call);
+  bench.device.FailNext("VLIBCProcFork");
   bench.device.FailNext("ConfigManager::Remove", 1, 0);
   EXPECT_EQ(0, VARNKIVOAccountLogout(false));
   EXPECT_EQ("Logged out Varnholt Account: ann@example.com", bench.device.Logs()[0]);
-  EXPECT_EQ("account_pkce_service Failed to clear token files", bench.device.LastLine());
   EXPECT_EQ("0", AsUser(934, 934, 934, [] { return std::to_string(VARNKIVOAccountLogout(false)); }));
   EXPECT_FALSE(IsThere(kRecord)) << "the service's own user can clear the account's files";
   EXPECT_THAT(TokenFiles(), IsEmpty());

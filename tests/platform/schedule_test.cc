@@ -97,7 +97,7 @@ TEST_F(Scheduler, SavesOneLineForRootsCron) {
   umask(077);
   ASSERT_TRUE(Save(Job()));
   umask(022);
-  EXPECT_EQ("644 0:0", ModeAndOwner(kFile)) << "cron reads no other";
+  EXPECT_EQ("0644 0:0", ModeAndOwner(kFile)) << "cron reads no other";
   const std::string command = " root /usr/varn/bin/varnkivo --report_info";
   EXPECT_EQ(std::vector<std::string>{DrawSchedule(kDefault, "2040VKN000001", "kivo") + command}, JobLines());
   Spill("/usr/varn/etc/host.conf", "");

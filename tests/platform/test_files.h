@@ -5,49 +5,24 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include <varn/platform.h>
 
-inline std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+#include "support/process.h"
+
+using testsupport::ModeAndOwner;
+
+inline std::string Slurp(const std::string& path) { return testsupport::ReadFile(path); }
 
 inline void Spill(const std::string& path, const std::string& text, mode_t mode = 0644) {
   unlink(path.c_str());
   std::ofstream(path, std::ios::binary) << text;
   chmod(path.c_str(), mode);
 }
-
-/// "640 934:934", or "" where there is no such file.
-inline std::string ModeAndOwner(const std::string& path) {
-  struct stat status {};
-  if (lstat(path.c_str(), &status) != 0) return {};
-  char mode[16];
-  std::snprintf(mode, sizeof mode, "%o ", status.st_mode & 07777u);
-  return mode + std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid);
-}
-
-/// A new directory below /tmp, gone with its content at the end.
-class TempDir {
- public:
-  TempDir() {
-    char name[] = "/tmp/platform-XXXXXX";
-    path_ = mkdtemp(name);
-  }
-  ~TempDir() { std::filesystem::remove_all(path_); }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-  const std::string& Path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 /// Runs `body` in a child that ends with its result; the child's process id.
 template <class Body>

@@ -1,4 +1,5 @@
-// The cloud of a test, in its own process on 127.0.0.1:443: one simulator per program, as new for every Cloud.
+// The cloud of a test, in its own process on 127.0.0.1:443: one simulator per program, so that the CA which the library
+// trusts stays the same, and as new for every Cloud.
 #pragma once
 
 #include <string>
@@ -10,22 +11,30 @@ namespace testsupport {
 
 class Cloud {
  public:
-  Cloud();
+  Cloud() { Sim().Reset(); }
   Cloud(const Cloud&) = delete;
   Cloud& operator=(const Cloud&) = delete;
-  ~Cloud();
+  ~Cloud() { Sim().Reset(); }
 
   /// Accounts, faults, journal: cloud->QueueFault("*", kivosim::Fault::Answer(500, "down")).
   kivosim::Simulator* operator->() const { return &Sim(); }
-  static kivosim::Simulator& Sim();
+  static kivosim::Simulator& Sim() {
+    static kivosim::Simulator* const simulator = [] {
+      kivosim::Options options;
+      options.plainHttp = true;
+      auto* made = new kivosim::Simulator(options);  // lives as long as the process
+      made->Start();
+      return made;
+    }();
+    return *simulator;
+  }
 
   /// The complete requests so far; `raw`, `body`, `form` and `query` of each say what was on the wire.
   std::vector<kivosim::Request> Requests(const std::string& path = "") const { return Sim().Requests(path); }
   /// Every request is answered with this, whatever it asks.
-  void AnswerAll(int status, const std::string& body);
+  void AnswerAll(int status, const std::string& body) {
+    Sim().SetHook([=](const kivosim::Request&) { return kivosim::Response{status, body}; });
+  }
 };
-
-/// "name=value" with the decoded texts, in the order of the wire.
-std::vector<std::string> Texts(const kivosim::Pairs& pairs);
 
 }  // namespace testsupport

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <varnkivo/varnkivo.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 
@@ -66,7 +67,6 @@ FakePlatform::FakePlatform() {
 }
 
 FakePlatform::~FakePlatform() {
-  for (const auto& [kind, count] : State().open) EXPECT_EQ(0, count) << kind << ": opened and not closed";
   for (const auto& [call, queue] : State().results)
     EXPECT_TRUE(queue.empty()) << call << ": was to fail " << queue.size() << " more times";
   for (const LogLine& line : State().lines)
@@ -85,10 +85,6 @@ void FakePlatform::FailAfter(const std::string& call, int before, std::optional<
     for (int i = 0; i < before; ++i) state.results[call].push_back(std::nullopt);
   });
   FailNext(call, 1, result);
-}
-
-void FakePlatform::StopFailing() {
-  Locked([](FakeState& state) { state.results.clear(); });
 }
 
 std::vector<std::string> FakePlatform::Calls(const std::string& start) const {
@@ -114,20 +110,15 @@ std::vector<std::string> FakePlatform::Logs() const {
   return texts;
 }
 
-std::string FakePlatform::LastLog() const {
+LogLine FakePlatform::Last() const {
   const auto lines = Lines();
-  return lines.empty() ? "" : lines.back().text;
-}
-
-std::string FakePlatform::LastLine() const {
-  const auto lines = Lines();
-  return lines.empty() ? "" : lines.back().source + " " + lines.back().text;
+  return lines.empty() ? LogLine{} : lines.back();
 }
 
 bool FakePlatform::HasLog(const std::string& part) const {
-  for (const LogLine& line : Lines())
-    if (line.text.find(part) != std::string::npos) return true;
-  return false;
+  const auto lines = Lines();
+  return std::any_of(lines.begin(), lines.end(),
+                     [&](const LogLine& line) { return line.text.find(part) != std::string::npos; });
 }
 
 void FakePlatform::MustNotLog(const std::string& secret) {

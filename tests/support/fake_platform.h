@@ -1,7 +1,6 @@
-// The device as a test sees it: every platform call can be made to fail, is recorded, and what the library opened is
-// counted; so are the syslog, curl, usleep and set-id calls that the library makes. What is not told to fail is real.
-// The fakes stand in front because a test program exports its symbols. Waiting costs no time: usleep
-// returns at once and puts the library's clocks forward by as much.
+// The device as a test sees it: platform calls are recorded and can be made to fail, and so are those to syslog, curl
+// and usleep that the library makes. What is not told to fail is real. The fakes stand in front because a test program
+// exports its symbols. Waiting costs no time: usleep returns at once and puts the library's clocks forward by as much.
 //
 //   FakePlatform device;                      // before anything that uses the platform; a new device
 //   device.FailNext("VLIBGetSerialNumber");   // its last error is then 0x0700, fake.c:1
@@ -24,7 +23,7 @@ constexpr char kDefaultsConf[] = "/etc.defaults/varninfo.conf";
 constexpr char kCronJob[] = "/etc/cron.d/kivo";
 
 struct LogLine {
-  int priority;
+  int priority = 0;
   std::string source;
   std::string text;  // without "SOURCE:LINE "
   int line = 0;
@@ -36,19 +35,15 @@ class FakePlatform {
   FakePlatform();
   FakePlatform(const FakePlatform&) = delete;
   FakePlatform& operator=(const FakePlatform&) = delete;
-  /// Fails the test when a hash, list, plug-in session or lock is still open, a failure asked for was never
-  /// reached, or a secret stands in the log.
+  /// Fails the test when a failure asked for was never reached, or a secret stands in the log.
   ~FakePlatform();
 
-  /// The next `times` calls of `call` give `result` (null and -1 where none is said) instead of running. Calls: the C
-  /// functions of the platform; "ConfigManager::Save" and "ConfigManager::Remove" (0 is false); "setresuid",
-  /// "setresgid", "fchmod", "fchown", "rename" (errno is EPERM then); "curl_easy_init",
-  /// "curl_easy_perform", "curl_easy_getinfo", "curl_easy_escape", "curl_slist_append", or one option such as
-  /// "CURLOPT_URL". Results of one call queue up.
+  /// The next `times` calls of `call` give `result` (null and -1 where none is said) instead of running. Calls: the
+  /// functions of platform_calls.cc; "ConfigManager::Save" and "ConfigManager::Remove" (0 is false); "curl_easy_init",
+  /// "curl_easy_perform", "curl_easy_escape", or one option such as "CURLOPT_URL". Results of one call queue up.
   void FailNext(const std::string& call, int times = 1, std::optional<long> result = std::nullopt);
   /// As FailNext, but `before` calls run first.
   void FailAfter(const std::string& call, int before, std::optional<long> result = std::nullopt);
-  void StopFailing();  ///< forgets failures not reached
 
   /// Calls so far as "NAME(ARGUMENT,ARGUMENT)", in order, that begin with `start`; buffers and handles stand as "*".
   std::vector<std::string> Calls(const std::string& start = "") const;
@@ -57,8 +52,9 @@ class FakePlatform {
   /// The library's lines of this test, oldest first.
   std::vector<LogLine> Lines() const;
   std::vector<std::string> Logs() const;  ///< their texts
-  std::string LastLog() const;            ///< text of the last, "" when there is none
-  std::string LastLine() const;           ///< "SOURCE TEXT" of the last
+  LogLine Last() const;                   ///< an empty one when there is none
+  std::string LastLog() const { return Last().text; }
+  std::string LastLine() const { return Lines().empty() ? "" : Last().source + " " + Last().text; }
   bool HasLog(const std::string& part) const;
   /// Fails the test at its end when `secret` stands in any line of the log.
   void MustNotLog(const std::string& secret);

@@ -22,7 +22,6 @@ namespace testsupport {
 
 struct FakeTest {
   std::map<std::string, std::deque<std::optional<long>>> results;  // nothing: the call runs
-  std::map<std::string, int> open;
   std::vector<std::string> calls, secrets;
   std::vector<LogLine> lines;
   std::optional<std::time_t> time;

@@ -2,8 +2,6 @@
 #include <varn/crond.h>
 #include <varn/platform.h>
 
-#include <cstdarg>
-
 #include "fake_state.h"
 
 using namespace testsupport;
@@ -25,26 +23,13 @@ Result Real(Result result) {
   return result;
 }
 
-void CountOpen(const char* kind, int change) {
-  Locked([&](FakeState& state) { state.open[kind] += change; });
-}
-
 }  // namespace
 
-#define FAKE_OPEN(result, name, kind, parameters, arguments, succeeded)                     \
-  result name parameters {                                                                  \
-    static auto* const next = Next<result parameters>(#name);                               \
-    const Planned planned = Plan(#name, Words arguments);                                   \
-    result got = planned.instead ? Failure<result>(planned) : Real<result>(next arguments); \
-    if (succeeded) CountOpen(kind, 1);                                                      \
-    return got;                                                                             \
-  }
-#define FAKE(result, name, parameters, arguments) FAKE_OPEN(result, name, "", parameters, arguments, false)
-#define FAKE_CLOSE(result, name, kind, parameter, argument, wasOpen) \
-  result name(parameter argument) {                                  \
-    static auto* const next = Next<result(parameter)>(#name);        \
-    if (wasOpen) CountOpen(kind, -1);                                \
-    return next(argument);                                           \
+#define FAKE(result, name, parameters, arguments)                             \
+  result name parameters {                                                    \
+    static auto* const next = Next<result parameters>(#name);                 \
+    const Planned planned = Plan(#name, Words arguments);                     \
+    return planned.instead ? Failure<result>(planned) : Real(next arguments); \
   }
 
 extern "C" {
@@ -53,22 +38,13 @@ unsigned int VLIBCErrGet(void) { return gFakeError ? 0x0700u : Next<unsigned int
 const char* VLIBCErrorGetFile(void) { return gFakeError ? "fake.c" : Next<const char*()>("VLIBCErrorGetFile")(); }
 int VLIBCErrorGetLine(void) { return gFakeError ? 1 : Next<int()>("VLIBCErrorGetLine")(); }
 
-FAKE_OPEN(VLIBSzHash*, VLIBCSzHashAlloc, "hash", (int capacity), (capacity), got != nullptr)
-FAKE_CLOSE(void, VLIBCSzHashFree, "hash", VLIBSzHash*, hash, hash != nullptr)
-FAKE(int, VLIBCSzHashSetValue, (VLIBSzHash * hash, const char* key, const char* value), (hash, key, value))
-FAKE(int, VLIBCSzHashEnumKey, (const VLIBSzHash* hash, VLIBSzList* keys), (hash, keys))
-FAKE_OPEN(VLIBSzList*, VLIBCSzListAlloc, "list", (int capacity), (capacity), got != nullptr)
-FAKE_CLOSE(void, VLIBCSzListFree, "list", VLIBSzList*, list, list != nullptr)
-FAKE(int, VLIBCStrCat, (char** buffer, int* size, const char* text), (buffer, size, text))
+FAKE(VLIBSzHash*, VLIBCSzHashAlloc, (int capacity), (capacity))
 
 FAKE(int, VLIBCFileSetKeyValue, (const char* path, const char* key, const char* value, const char* format),
      (path, key, value, format))
 
-FAKE_OPEN(int, VLIBCFileLockByFile, "lock", (const char* path, int exclusive, int* handle), (path, exclusive, handle),
-          got >= 0)
-FAKE_CLOSE(int, VLIBCFileUnlockByFile, "lock", int, handle, handle >= 0)
+FAKE(int, VLIBCFileLockByFile, (const char* path, int exclusive, int* handle), (path, exclusive, handle))
 
-FAKE(int, VLIBCFileGetKeys, (const char* path, VLIBSzHash* values, const char* separator), (path, values, separator))
 FAKE(int, VLIBGetOriginalSerialNumber, (char* serial, int size), (serial, size))
 FAKE(int, VARNCloudServiceLutokenGenerateToken, (const char* serial, char* token, int size), (serial, token, size))
 FAKE(int, VLIBGetSerialNumber, (char* serial, int size), (serial, size))
@@ -88,28 +64,13 @@ FAKE(int, VARNLogSet1,
      (type, level, event, a, b, c, d))
 FAKE(int, VARNScheduleRemove, (const char* command), (command))
 
-FAKE_OPEN(int, VLIBPluginSDKInit, "plug-in session",
-          (const char* product, const char* event, VLIBPlugin** handle, int flags), (product, event, handle, flags),
-          got >= 0)
+FAKE(int, VLIBPluginSDKInit, (const char* product, const char* event, VLIBPlugin** handle, int flags),
+     (product, event, handle, flags))
 FAKE(int, VLIBPluginAction, (_tag_sdk_plugin_action_ action, VLIBPlugin* handle), (action, handle))
-FAKE_CLOSE(int, VLIBPluginExit, "plug-in session", VLIBPlugin*, handle, handle != nullptr)
 
 FAKE(pid_t, VLIBCProcFork, (void), ())
 FAKE(int, varn_challenge_verifier_no_save, (char* challenge, int challengeSize, char* verifier, int verifierSize),
      (challenge, challengeSize, verifier, verifierSize))
-
-int VLIBCExecl(const char* program, int flags, const char* first, ...) {
-  static auto* const next = Next<int(const char*, int, const char*, ...)>("VLIBCExecl");
-  const char* a[8] = {first};
-  va_list rest;
-  va_start(rest, first);
-  for (std::size_t i = 1; i < 8 && a[i - 1]; ++i) a[i] = va_arg(rest, const char*);
-  va_end(rest);
-  if (a[7]) abort();  // more arguments than are passed on here
-  const Planned planned = Plan("VLIBCExecl", Words(program, flags));
-  return planned.instead ? Failure<int>(planned)
-                         : Real(next(program, flags, a[0], a[1], a[2], a[3], a[4], a[5], a[6], nullptr));
-}
 
 }  // extern "C"
 

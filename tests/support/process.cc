@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -68,12 +67,6 @@ std::string Ids() {
   std::ostringstream out;
   out << u[0] << ',' << u[1] << ',' << u[2] << ' ' << g[0] << ',' << g[1] << ',' << g[2];
   return out.str();
-}
-
-std::size_t OpenDescriptors() {
-  std::size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
-  return count;
 }
 
 }  // namespace testsupport

@@ -1,7 +1,6 @@
 // Processes and files of a test. Nothing here stands in front of anything.
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <string>
 
@@ -20,6 +19,5 @@ inline bool IsThere(const std::string& path) { return ModeAndOwner(path) != "non
 
 /// Real, effective and saved ids of this process, as "UID,UID,UID GID,GID,GID".
 std::string Ids();
-std::size_t OpenDescriptors();
 
 }  // namespace testsupport

@@ -14,7 +14,6 @@
 #include "fake_platform.h"
 
 using namespace testsupport;
-using varnkivo::LumService;
 using varnkivo::ServerInfo;
 using varnkivo::User;
 
@@ -30,7 +29,6 @@ TEST(DeviceToken, AgreesWithValuesComputedElsewhere) {
       {"", "", "", "e05e64f82e307a2d1e6d118caf7935d0"},               // the device's own
       {"2040VKN000001", "a@b.c", "p\xc3\xa4 \xc3\x9f", "97b2ab91291e5f3694191733af1048a7"},
       {"S", id4000, std::string(94, 'p'), "c81e22a5f2fb5b068d5bba871088dff8"},  // 4095 characters, the most in a round
-      {"S", id4000, std::string(95, 'p'), "f93f122b51ee3e7188b8796f0ad1a278"},
       {"S", std::string(4095, 'i'), std::string(4095, 'p'), "7347e80d63471668ad92d155fd2715d5"},
   };
   FakePlatform device;
@@ -48,61 +46,29 @@ TEST(DeviceToken, AgreesWithValuesComputedElsewhere) {
   }
 }
 
-TEST(DeviceToken, EachFailureIsLoggedAndLeavesTheSlotAlone) {
-  const struct {
-    const char *call, *configured, *given;  // what fails, serial number of the device, and that given or no buffer
-    std::string log;
-  } cases[] = {{"VLIBGetSerialNumber", "S1", "", "Failed to get serial number from flash. [0x0700 fake.c:1]"},
-               {"", "-S1", "", "Serial number is invalid: [-S1][0x"},
-               {"", "S1", "_", "Serial number is invalid: [_][0x"},
-               {"", "S1", nullptr, "Wrong parameters"},
-               {"VLIBCStrCat", "S1", "S1", "Fail to concat string"}};
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.log);
-    FakePlatform device;
-    device.MustNotLog("canary-password");
-    WriteFile("/usr/varn/etc/host.conf", std::string("serial=\"") + row.configured + "\"\n");
-    if (*row.call) device.FailNext(row.call);
-    char serial[36] = {}, token[33] = "untouched";
-    if (row.given) std::snprintf(serial, sizeof serial, "%s", row.given);
-    VARNKIVOErrSet(99);
-    EXPECT_EQ(-1, VARNKIVOGenerateToken("id", "canary-password", row.given ? serial : nullptr, 36, token, 33));
-    EXPECT_EQ(99, VARNKIVOErrGet());
-    EXPECT_EQ(0u, device.LastLine().find("kivo_token_generation " + row.log)) << device.LastLine();
-    EXPECT_STREQ("untouched", token);
-  }
-}
-
 TEST(ApiKeyError, IsRepairedWhereAKeyIsUnknownOnly) {
   const struct {
-    const char* error;
+    const char *error, *call;
     int result, code;
-    std::vector<std::string> logs, calls;
-  } cases[] = {
-      {nullptr, -1, 1, {"Bad Parameters"}, {}},
-      {"apikey_not_found", 0, 26, {"ApiKey not found. Register new one."}, {"VARNCloudServiceRegisterApiKey(*)"}},
-      {"apikey_expired", -1, 27, {}, {"VARNCloudServiceActionHandler(2)"}},
-      {"good", -1, 0, {"VARNKIVOHandleApiKeyError failed, error=0"}, {}}};
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.error ? row.error : "null");
+  } rows[] = {{nullptr, "", -1, 1},
+              {"apikey_not_found", "VARNCloudServiceRegisterApiKey(*)", 0, 26},
+              {"apikey_expired", "VARNCloudServiceActionHandler(2)", -1, 27},
+              {"good", "", -1, 0}};
+  for (const auto& row : rows) {
     FakePlatform device;
     Json::Value result;
-    VARNKIVOErrSet(99);
     EXPECT_EQ(row.result, VARNKIVOHandleApiKeyError(result, row.error));
     EXPECT_EQ(row.code, VARNKIVOErrGet());
-    EXPECT_EQ(row.logs, device.Logs());
-    EXPECT_EQ(row.calls, device.Calls("VARNCloudService"));
-    EXPECT_EQ(row.result == 0, result["api_key"] == LumService().GetApiKey());
+    EXPECT_EQ(*row.call ? std::vector<std::string>{row.call} : std::vector<std::string>(),
+              device.Calls("VARNCloudService"));
+    EXPECT_EQ(row.result == 0, result["api_key"] == varnkivo::LumService().GetApiKey());
   }
 }
 
 TEST(ServerHosts, OnlyTheExactWordSelectsTheTestServersAndTheRecordComesFirst) {
   const struct {
     const char *configuration, *kind;
-  } cases[] = {{"a=\"b\"\nvarnpkg_server=test\n", "-test"},
-               {"varnpkg_server=\"Test\"\n", ""},
-               {"varnpkg_server=\"testing\"\n", ""},
-               {nullptr, ""}};
+  } cases[] = {{"a=\"b\"\nvarnpkg_server=test\n", "-test"}, {"varnpkg_server=\"Test\"\n", ""}, {nullptr, ""}};
   for (const auto& row : cases) {
     SCOPED_TRACE(row.configuration ? row.configuration : "no file");
     FakePlatform device;
@@ -117,10 +83,8 @@ TEST(ServerHosts, OnlyTheExactWordSelectsTheTestServersAndTheRecordComesFirst) {
     EXPECT_EQ(account + account, server.GetAccountHost() + (config + 2048));
     EXPECT_EQ("https://identity" + end, server.GetIdentityHost());
     User().SetAccountHost("https://" + std::string(2039, 'h'));
-    User().SetIdentityHost("http://id.example:1/x/");
     EXPECT_EQ(0, VARNKIVOServerConfigGet(config));
     EXPECT_EQ("https://" + std::string(2039, 'h'), config + 2048);
-    EXPECT_EQ("http://id.example:1/x/", server.GetIdentityHost());
   }
 }
 
