@@ -12,8 +12,6 @@
 #undef curl_easy_setopt
 #undef curl_easy_getinfo
 
-// An option is passed on as a pointer, whatever it is.
-static_assert(sizeof(void*) == sizeof(long) && sizeof(void*) == sizeof(curl_off_t));
 // libcurl's signatures have an enumeration in front of the dots; its type is the one that is passed.
 #pragma GCC diagnostic ignored "-Wvarargs"
 
@@ -44,8 +42,19 @@ extern "C" {
 
 CURLcode curl_easy_setopt(CURL* curl, CURLoption option, ...) {
   static auto* const next = Next<CURLcode(CURL*, CURLoption, ...)>("curl_easy_setopt");
+  const int kind = static_cast<int>(option) / 10000 * 10000;
   va_list arguments;
   va_start(arguments, option);
+  if (kind == CURLOPTTYPE_LONG) {
+    const long value = va_arg(arguments, long);
+    va_end(arguments);
+    return next(curl, option, value);
+  }
+  if (kind == CURLOPTTYPE_OFF_T) {
+    const curl_off_t value = va_arg(arguments, curl_off_t);
+    va_end(arguments);
+    return next(curl, option, value);
+  }
   void* const pointer = va_arg(arguments, void*);
   va_end(arguments);
   if (option == CURLOPT_WRITEFUNCTION) gSinks[curl].write = reinterpret_cast<curl_write_callback>(pointer);
