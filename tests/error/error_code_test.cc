@@ -1,12 +1,16 @@
-// What servers report as a code, and the text of an exception with odd stack frames put in place of the system's.
+// Codes, their messages, what servers and the cloud service report as a code, and the text of an exception with odd
+// stack frames put in place of the system's.
 #include <gtest/gtest.h>
 #include <varnkivo/kivo_exception.h>
 #include <varnkivo/varnkivo.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <sstream>
 #include <vector>
+
+#include "fake_platform.h"
 
 using varnkivo::KivoException;
 
@@ -30,6 +34,19 @@ extern "C" char** backtrace_symbols(void* const*, int size) {
 
 namespace {
 
+TEST(ErrorCode, EightCodesHaveAMessageOfTheirOwnAndNoOther) {
+  const std::map<int, std::string> messages = {{0, "Success"},
+                                               {1, "Wrong parameters"},
+                                               {2, "Wrong JSON format"},
+                                               {3, "Failed to get kivo account"},
+                                               {14, "Failed to auth"},
+                                               {4, "Failed to send the request"},
+                                               {5, "Failed to get the response"},
+                                               {7, "Failed to get the payment config (url)"}};
+  for (int code = -2; code < 64; ++code)
+    EXPECT_EQ(messages.count(code) ? messages.at(code) : "System error", GetKivoErrorMsg(code)) << code;
+}
+
 TEST(ErrorCode, AccountErrorsAreMatchedByPrefixInTableOrder) {
   std::istringstream table(
       "good 0 badparam 1 badauth 14 badsys 6 badnetwork 15 account_inused 16 serial_exceed_max_account_register 17 "
@@ -45,6 +62,16 @@ TEST(ErrorCode, AccountErrorsAreMatchedByPrefixInTableOrder) {
     EXPECT_EQ(code, VARNKIVOErrGet());
   }
   EXPECT_TRUE(GetErrorCodeFromAccountError(nullptr) == 24 && GetErrorCodeFromAccountError("") == 24);
+}
+
+TEST(ErrorCode, CloudServiceCodesAreTranslatedWithoutTouchingTheSlot) {
+  for (long reported = -1; reported < 12; ++reported) {
+    testsupport::FakePlatform device;
+    VARNKIVOErrSet(7);
+    device.FailNext("VARNCloudServiceGetErrorCode", 1, reported);
+    EXPECT_EQ(reported == 0 ? 0 : reported == 1 ? 15 : reported == 9 ? 28 : 24, GetErrorCodeFromCloudService());
+    EXPECT_EQ(7, VARNKIVOErrGet());
+  }
 }
 
 TEST(KivoException, TextIsMessageCodeAndStackAndACopyNestsThatOfItsSource) {

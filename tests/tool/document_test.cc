@@ -141,18 +141,19 @@ TEST_F(ToolTest, MistakesEndWithTwoAndSuggestWhatWasMeant) {
   const struct {
     Words arguments;
     const char *cause, *run;
-  } mistakes[] = {{{}, "No verb", "varnkivo --help"},
-                  {{"account", "shwo"}, "Did you mean \"show\"?", "varnkivo account show --help"},
-                  {{"help"}, "Did you mean \"--help\"?", "varnkivo --help"},
+  } mistakes[] = {
+      {{}, "No verb", "varnkivo --help"},
+      {{"account", "shwo"}, "Did you mean \"show\"?", "varnkivo account show --help"},
+      {{"help"}, "Did you mean \"--help\"?", "varnkivo --help"},
       {{"account"}, "needs one of its verbs: show, set,", "varnkivo account --help"},
       {{"login", "--email"}, "\"--email\" needs a value.", "varnkivo login --help"},
       {{"login", "--password", "x"}, "There is no option \"--password\"", "varnkivo login --password-stdin"},
-                  {{"login", "--email", kEmail}, "no terminal", "varnkivo login --help"},
-                  {{"login", "--key", "--email", kEmail}, "either", "varnkivo login --help"},
-                  {{"login", "--email", "a\nb", "--password-stdin"}, "control characters", "varnkivo login --help"},
-                  {{"token", "--min-valid", "-1"}, "from 0 to 31536000", "varnkivo token --help"},
-                  {{"token", "--min-valid", "31536001"}, "from 0 to 31536000", "varnkivo token --help"},
-                  {{"--report_info", "status"}, "stands alone", "varnkivo"}};
+      {{"login", "--email", kEmail}, "no terminal", "varnkivo login --help"},
+      {{"login", "--key", "--email", kEmail}, "either", "varnkivo login --help"},
+      {{"login", "--email", "a\nb", "--password-stdin"}, "control characters", "varnkivo login --help"},
+      {{"token", "--min-valid", "-1"}, "from 0 to 31536000", "varnkivo token --help"},
+      {{"token", "--min-valid", "31536001"}, "from 0 to 31536000", "varnkivo token --help"},
+      {{"--report_info", "status"}, "stands alone", "varnkivo"}};
   for (const auto& mistake : mistakes) {
     const Result result = Tool(mistake.arguments);
     EXPECT_EQ(2, result.exit) << mistake.cause;
