@@ -144,14 +144,17 @@ TEST(Reports, LinesOfManyWritersOfTwoUsersNeverMixAndNoLinkIsFollowed) {
   unlink(kEvents.c_str());
 }
 
-TEST(Pkce, PairIsOfTheRightLengthAndNeverTheSame) {
+TEST(Pkce, PairIsOfTheRightLengthAndAlphabetAndNeverTheSame) {
   std::set<std::string> texts;
+  std::set<char> letters;
   char challenge[44], verifier[44];
   for (int round = 0; round < 100; ++round) {
     ASSERT_EQ(43, varn_challenge_verifier_no_save(challenge, sizeof challenge, verifier, sizeof verifier));
     texts.insert({challenge, verifier});
+    for (const char* text : {challenge, verifier}) letters.insert(text, text + 43);
   }
   EXPECT_EQ(200u, texts.size());
+  EXPECT_EQ(64u, letters.size()) << "all of the alphabet and nothing else: no padding, no plus, no slash, no end";
 }
 
 }  // namespace
