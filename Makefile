@@ -4,7 +4,7 @@
 #   make console  the device's account page against the simulated cloud, until Ctrl-C (examples/console)
 #   make test     builds everything and runs all tests; TESTS=REGEX runs those whose names match
 #   make test-browser   a sign-in in a headless browser; its pictures of every page are in build/dev/screenshots
-#   make faults   every fault at every place of each operation: half an hour (`make test` tries a part)
+#   make faults   every fault at every place of each operation: a quarter of an hour (`make test` tries a part)
 #   make bench    the benchmarks, with the build that ships
 #   make deb      the Debian packages, in build/deb
 #   make fuzz     every fuzz target for SECONDS=10; TESTS=REGEX those whose names match
