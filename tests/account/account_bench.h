@@ -46,7 +46,7 @@ struct Bench {
   /// Names of the calls that begin with one of `names`, in order; "set KEY" is a write to the record.
   std::vector<std::string> Steps(const std::vector<std::string>& names) const;
 
-  FakePlatform device;
+  FakePlatform device;  // VARNKIVOServerConfigGet can be made to fail too; the slot is 6 then
   Cloud cloud;
 };
 

@@ -41,12 +41,16 @@ void ExpectFailure(Bench& bench, const Operation& operation, int code, const std
 }
 
 TEST(Operation, FailingStepGivesItsCodeAndMessageAndSendsNothing) {
+  const std::string request = "Failed to alloc https request, err=[0x0700 fake.c:1]", hash = "VLIBCSzHashAlloc";
+  const std::string zone = "Failed to alloc pTZInfo, err=[0x0700 fake.c:1]";
   const struct {
     std::string names, call;  // no call: nobody is signed in
     int before, result, code;
     std::string message;
   } steps[] = {
       {"password oauth key", "VLIBPluginSDKInit", 0, -1, KIVO_ERR_SUCCESS, "VLIBPluginSDKInit failed"},
+      {"password oauth register update report history page", "VARNKIVOServerConfigGet", 0, -1, KIVO_ERR_SERVER_CONFIG,
+       "VARNKIVOServerConfigGet, code=6"},
       {"password oauth register update report history page", "VLIBGetSerialNumber", 0, -1, KIVO_ERR_SERIAL,
        "Failed to get serial number, err=[0x0700 fake.c:1]"},
       {"page", "VLIBGetOriginalSerialNumber", 0, -1, KIVO_ERR_SERIAL,
@@ -60,7 +64,11 @@ TEST(Operation, FailingStepGivesItsCodeAndMessageAndSendsNothing) {
       {"oauth register report", "VARNZoneGet", 0, -1, KIVO_ERR_SUCCESS, "failed to get time zone, size need: "},
       {"oauth register report", "VARNZoneGetInfo", 0, 0, KIVO_ERR_SYSTEM, "failed to get timezone info[0x0700 fake.c"},
       {"oauth report", "VARNZoneGetInfo", 0, 1, KIVO_ERR_SYSTEM, "failed to get tmz[0x0700 fake.c:1]"},
-      {"password oauth", "VLIBCSzHashAlloc", 0, 0, KIVO_ERR_SYSTEM, "Failed to alloc "},
+      {"oauth", hash, 0, 0, KIVO_ERR_SYSTEM, zone},
+      {"report", hash, 1, 0, KIVO_ERR_SYSTEM, zone},
+      {"password", hash, 0, 0, KIVO_ERR_SYSTEM, request},
+      {"register update", hash, 1, 0, KIVO_ERR_SYSTEM, request},
+      {"report", hash, 2, 0, KIVO_ERR_SYSTEM, request},
       {"update history", "", 0, 0, KIVO_ERR_NO_ACCOUNT, "VARNKIVOAccountGet failed"},
       {"query", "", 0, 0, KIVO_ERR_NO_ACCOUNT, ""}};
   for (const auto& step : steps)

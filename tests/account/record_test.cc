@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <memory>
 #include <regex>
+#include <sstream>
 
 #include "account_bench.h"
 
@@ -48,19 +49,53 @@ TEST(Record, AFailedSetHasItsCodeShowsNoSecretAndLeavesModeAndOwner) {
   EXPECT_EQ("0600 934:934", ModeAndOwner(kRecord));
 }
 
-TEST(Record, IdsAreRaisedForOtherUsersOnlyAndEveryChangeIsTraced) {
-  const std::string set = "39 user:340 WARNING: setres";
-  const std::string both =
-      set + "gid(-1, 0, -1)\n" + set + "uid(-1, 0, -1)\n" + set + "gid(-1, 1000, -1)\n" + set + "uid(-1, 1000, -1)\n";
-  for (const auto& [id, traced] : {std::pair(0u, std::string()), {934u, std::string()}, {1000u, both}}) {
-    FakePlatform device;
-    WriteRecord("kivoID=\"a@b\"\n");
-    const std::string text = std::to_string(id), lowered = text + "," + text + ",0";
-    EXPECT_EQ("a@b " + lowered + " " + lowered + "\n" + traced, AsUser(id, id, 0, [&] {
-                const std::string email = User().GetEmail();
-                return email + " " + Ids() + "\n" + Transcript(device);
-              }));
-  }
+constexpr char kContent[] = "kivoID=\"a@b\"\nkivoIDSerial=\"1001\"\nlu_auth_key=\"key\"\n";
+
+TEST(RecordIds, RaisedForOtherUsersOnlyAndPutBackWhateverFails) {
+  const std::string in = "WARNING: setresgid(-1, 0, -1)|WARNING: setresuid(-1, 0, -1)|";
+  const std::string denied = " [Operation not permitted]|ERROR: ", ids = "1000,1000,0 1000,1000,0";
+  const struct {
+    uid_t id;
+    std::string ids, traced;  // afterwards, and in between
+    const char* call = "";    // that fails, after `before` others
+    int before = 0;
+  } rows[] = {
+      {0, "0,0,0 0,0,0", ""},
+      {934, "934,934,0 934,934,0", ""},
+      {1000, ids, in + "WARNING: setresgid(-1, 1000, -1)|WARNING: setresuid(-1, 1000, -1)|"},
+      {1000, ids, "ERROR: setresgid(-1, 0, -1)" + denied + "ENTERCriticalSection|", "setresgid"},
+      {1000, ids,
+       "WARNING: setresgid(-1, 0, -1)|ERROR: setresuid(-1, 0, -1)" + denied +
+           "ENTERCriticalSection|WARNING: setresgid(-1, 1000, -1)|",
+       "setresuid"},
+      {1000, "1000,1000,0 1000,0,0",
+       in + "ERROR: setresgid(-1, 1000, -1) [Operation not permitted]|WARNING: setresuid(-1, 1000, -1)|" +
+           "ERROR: LEAVECriticalSection|",
+       "setresgid", 1},
+      {1000, "1000,0,0 1000,1000,0",
+       in + "WARNING: setresgid(-1, 1000, -1)|ERROR: setresuid(-1, 1000, -1)" + denied + "LEAVECriticalSection|",
+       "setresuid", 1}};
+  for (const auto& row : rows)
+    for (const bool set : {false, true}) {
+      SCOPED_TRACE(row.traced);
+      FakePlatform device;
+      WriteRecord(kContent);
+      const bool stopped = row.traced.find("ENTER") != std::string::npos;
+      const std::string failed = set ? "Failed to change permission|" : "Change permission failed|";
+      std::string expected = (stopped ? "code 6" : set ? "set" : "a@b") + ("\n" + row.ids + "\n"), line;
+      for (std::istringstream lines(row.traced + (stopped ? failed : "")); std::getline(lines, line, '|');) {
+        const char* const priority = line[0] == 'W' ? "39" : line[0] == 'E' ? "35" : "3";
+        expected += priority + std::string(set ? " user:379 " : " user:340 ") + line + "\n";
+      }
+      EXPECT_EQ(expected, AsUser(row.id, row.id, 0, [&] {
+                  if (*row.call) device.FailAfter(row.call, row.before);
+                  const auto access = [&] { return set ? (User().SetEmail("c@d"), "set") : User().GetEmail(); };
+                  const std::string result = Result(access);
+                  return result.substr(0, result.find(':')) + "\n" + Ids() + "\n" + Transcript(device);
+                }));
+      EXPECT_EQ(set && !stopped, ReadFile(kRecord) != kContent);
+      EXPECT_EQ("0600 934:934", ModeAndOwner(kRecord));
+    }
 }
 
 // What VARNKIVOAccountSet writes of FullInfo(), in this order.

@@ -87,6 +87,31 @@ TEST(Payment, SignInSendsTheDigestTwiceAndNeverThePassword) {
   }
 }
 
+TEST(Payment, HistorySendsItsFiltersAndMakesRows) {
+  const std::string row = R"({"buyer_id":"b","date":"d","item":"i","model":"m","pay_status":null,)"
+                          R"("price":9.9900000000000002,"serial":"s","transaction_id":7})";
+  const std::string entries = R"("entries":[{"create_at":"d","app":"i","paypal_id":"b","transaction_id":7,"model":"m",)"
+                              R"("serial":"s","price":9.99,"pay_status":null,"more":1}])";
+  for (const bool filtered : {true, false}) {
+    Bench bench;
+    bench.SignIn(0);
+    bench.Answer("*", R"({"code":"good",)" + (filtered ? entries : R"("entries":{"a":1})") + "}");
+    Json::Value out = "anything", none, apps = ParseJson(R"(["a","b c"])"), prices = ParseJson("[9.5,0]");
+    EXPECT_EQ(0, VARNKIVOAccountPurchaseList("enu", filtered ? "2020-01-01" : nullptr, nullptr, filtered ? apps : none,
+                                             none, filtered ? prices : out, none, out));
+    EXPECT_THAT(bench.Sent(), ElementsAre("POST /api/query.php" + kHost + DeviceFields() +
+                                          "&action=get_history&id=1001&auth_key=AuthKey%2B0123456789%2Fabcdef%3D%3D" +
+                                          "&serial_no=2040VKN000001&language=enu" +
+                                          (filtered ? "&dates=2020-01-01%2C&apps=a%2Cb%20c&prices=9.5%2C0" : "")));
+    EXPECT_EQ(R"({"logs":[)" + (filtered ? row : "") + R"(],"offset":0,"total":)" + (filtered ? "1}" : "0}"),
+              JsonText(out));
+    apps.append(Json::objectValue);
+    EXPECT_EQ(-1, VARNKIVOAccountPurchaseList("enu", nullptr, nullptr, apps, none, none, none, out));
+    EXPECT_EQ(KIVO_ERR_BAD_PARAM, VARNKIVOErrGet());
+    EXPECT_EQ(1u, bench.cloud.Requests().size());
+  }
+}
+
 TEST(Scan, TellsWhatIsTiedAndLeavesOutWhatCannotBeRead) {
   const std::string relay = "/usr/varn/etc/varnrelayd/varnrelayd.conf", ddns = "/usr/varn/sbin/varnddnsinfo";
   std::filesystem::create_directories("/usr/varn/etc/varnrelayd");

@@ -39,6 +39,9 @@ const char* VLIBCErrorGetFile(void) { return gFakeError ? "fake.c" : Next<const 
 int VLIBCErrorGetLine(void) { return gFakeError ? 1 : Next<int()>("VLIBCErrorGetLine")(); }
 
 FAKE(VLIBSzHash*, VLIBCSzHashAlloc, (int capacity), (capacity))
+FAKE(int, VLIBCSzHashEnumKey, (const VLIBSzHash* hash, VLIBSzList* keys), (hash, keys))
+FAKE(VLIBSzList*, VLIBCSzListAlloc, (int capacity), (capacity))
+FAKE(int, VLIBCStrCat, (char** buffer, int* size, const char* text), (buffer, size, text))
 
 FAKE(int, VLIBCFileSetKeyValue, (const char* path, const char* key, const char* value, const char* format),
      (path, key, value, format))

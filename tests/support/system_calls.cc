@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -11,9 +12,6 @@
 #include "fake_state.h"
 
 using namespace testsupport;
-
-// An option of libcurl is passed on as a pointer, whatever it is.
-static_assert(sizeof(void*) == sizeof(long) && sizeof(void*) == sizeof(curl_off_t));
 
 #define CALLED_BY_LIBRARY InLibrary(__builtin_return_address(0))
 
@@ -47,6 +45,9 @@ std::chrono::microseconds Skipped(const void* caller) {
     const Planned planned = CALLED_BY_LIBRARY ? Plan(#name, Words arguments) : Planned(); \
     return planned.instead ? (failure) : next arguments;                                  \
   }
+#define FAKE_SYSTEM(name, parameters, arguments) \
+  FAKE_CALL(int, name, (errno = EPERM, -1), parameters, arguments, noexcept)
+
 #define FAKE_LOG(name, parameters)                                 \
   void name parameters {                                           \
     va_list arguments;                                             \
@@ -77,6 +78,9 @@ time_t time(time_t* out) noexcept {
   return seconds;
 }
 
+FAKE_SYSTEM(setresuid, (uid_t real, uid_t effective, uid_t saved), (real, effective, saved))
+FAKE_SYSTEM(setresgid, (gid_t real, gid_t effective, gid_t saved), (real, effective, saved))
+
 FAKE_CALL(CURL*, curl_easy_init, nullptr, (void), ())
 FAKE_CALL(CURLcode, curl_easy_perform, static_cast<CURLcode>(planned.result.value_or(CURLE_SEND_ERROR)), (CURL * curl),
           (curl))
@@ -84,22 +88,25 @@ FAKE_CALL(char*, curl_easy_escape, nullptr, (CURL * curl, const char* text, int 
 
 CURLcode curl_easy_setopt(CURL* curl, CURLoption option, ...) {
   static auto* const next = Next<CURLcode(CURL*, CURLoption, ...)>("curl_easy_setopt");
-  const bool number = option < CURLOPTTYPE_OBJECTPOINT || option >= CURLOPTTYPE_OFF_T;
+  const int kind = static_cast<int>(option) / 10000 * 10000;
+  const bool number = kind == CURLOPTTYPE_LONG, offset = kind == CURLOPTTYPE_OFF_T;
   va_list arguments;
   va_start(arguments, option);
-  void* const value = va_arg(arguments, void*);
+  const curl_off_t value = number ? va_arg(arguments, long) : offset ? va_arg(arguments, curl_off_t) : 0;
+  void* const pointer = number || offset ? nullptr : va_arg(arguments, void*);
   va_end(arguments);
   if (CALLED_BY_LIBRARY) {
     const curl_easyoption* const known = curl_easy_option_by_id(option);
-    const long asNumber = reinterpret_cast<long>(value);
-    const std::string word = number                         ? Words(asNumber)
-                             : known->type == CURLOT_STRING ? Word(static_cast<const char*>(value))
-                                                            : Word(value);
+    const std::string word = number || offset               ? Words(value)
+                             : known->type == CURLOT_STRING ? Word(static_cast<const char*>(pointer))
+                                                            : Word(static_cast<const void*>(pointer));
     const Planned planned = Plan(std::string("CURLOPT_") + known->name, word);
     if (planned.instead) return static_cast<CURLcode>(planned.result.value_or(CURLE_UNKNOWN_OPTION));
-    if (option == CURLOPT_TIMEOUT) return next(curl, CURLOPT_TIMEOUT_MS, asNumber * 1000 / State().divisor);
+    if (option == CURLOPT_TIMEOUT)
+      return next(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(value) * 1000 / State().divisor);
   }
-  return next(curl, option, value);
+  if (number) return next(curl, option, static_cast<long>(value));
+  return offset ? next(curl, option, value) : next(curl, option, pointer);
 }
 
 }  // extern "C"

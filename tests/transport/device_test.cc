@@ -46,6 +46,31 @@ TEST(DeviceToken, AgreesWithValuesComputedElsewhere) {
   }
 }
 
+TEST(DeviceToken, EachFailureIsLoggedAndLeavesTheSlotAlone) {
+  const struct {
+    const char *call, *configured, *given;  // what fails, serial number of the device, and that given or no buffer
+    std::string log;
+  } cases[] = {{"VLIBGetSerialNumber", "S1", "", "Failed to get serial number from flash. [0x0700 fake.c:1]"},
+               {"", "-S1", "", "Serial number is invalid: [-S1][0x"},
+               {"", "S1", "_", "Serial number is invalid: [_][0x"},
+               {"", "S1", nullptr, "Wrong parameters"},
+               {"VLIBCStrCat", "S1", "S1", "Fail to concat string"}};
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.log);
+    FakePlatform device;
+    device.MustNotLog("canary-password");
+    WriteFile("/usr/varn/etc/host.conf", std::string("serial=\"") + row.configured + "\"\n");
+    if (*row.call) device.FailNext(row.call);
+    char serial[36] = {}, token[33] = "untouched";
+    if (row.given) std::snprintf(serial, sizeof serial, "%s", row.given);
+    VARNKIVOErrSet(99);
+    EXPECT_EQ(-1, VARNKIVOGenerateToken("id", "canary-password", row.given ? serial : nullptr, 36, token, 33));
+    EXPECT_EQ(99, VARNKIVOErrGet());
+    EXPECT_EQ(0u, device.LastLine().find("kivo_token_generation " + row.log)) << device.LastLine();
+    EXPECT_STREQ("untouched", token);
+  }
+}
+
 TEST(ApiKeyError, IsRepairedWhereAKeyIsUnknownOnly) {
   const struct {
     const char *error, *call;

@@ -211,22 +211,41 @@ TEST(Attempts, HalfABodyIsNeverAnAnswerNorPartOfTheNext) {
   EXPECT_EQ(4u, cloud.Requests().size());
 }
 
-TEST(FailingStep, GivesItsMessageShowsNoSecretAndSendsNothing) {
-  const std::string tls = CurlError(48, "Failed to set curl opt error:(%d)%s");
+TEST(FailingStep, GivesItsCodeAndMessageShowsNoSecretAndSendsNothing) {
+  const std::string url = LoggedUrl(), error = CurlError(48), value = CurlError(48, "return value=%d, err=%s");
+  char agent[256];
+  ASSERT_EQ(0, VLIBLuinfoUserAgentGet("kivo", agent, sizeof agent));
+  const std::string option = CurlError(48, "Failed to set curl opt error:(%d)%s"), timeOut = "ailed to set time-out, ";
   const struct {
     const char* calls;
     int before;  // calls that succeed
     std::string message;
+    const char* source = "kivo_https_req_send";
     bool sent = false;
   } steps[] = {
       {"curl_easy_init", 0, "failed to init pCurl"},
+      {"VLIBGetSerialNumber", 0, "Failed to get serial number from flash. [0x0700 fake.c:1]", "kivo_token_generation"},
+      {"VLIBCSzListAlloc", 0, "out of memory, ERR=[0x0700 fake.c:1]"},
+      {"VLIBCSzHashEnumKey", 0, "no key in the hash, ERR=[0x0700 fake.c:1]"},
+      {"curl_easy_escape", 0, "URL encoding failed: 2040VKN000001"},
       {"curl_easy_escape", 2, "URL encoding failed: 1001"},
-      {"curl_easy_escape", 4, "URL encoding failed: "},  // a parameter that holds a password
-      {"CURLOPT_POST CURLOPT_POSTFIELDS", 0, LoggedUrl() + ", Failed to set POST parameters, " + CurlError(48)},
-      {"CURLOPT_URL CURLOPT_FOLLOWLOCATION", 0, "Failed to set url to " + LoggedUrl() + ", " + CurlError(48)},
-      {"CURLOPT_SSL_VERIFYPEER CURLOPT_SSL_VERIFYHOST CURLOPT_CAINFO CURLOPT_SSLVERSION", 0, tls},
-      {"CURLOPT_IPRESOLVE CURLOPT_MAXREDIRS CURLOPT_PROTOCOLS_STR CURLOPT_REDIR_PROTOCOLS_STR CURLOPT_TIMEOUT", 0, ""},
-      {"VLIBLuinfoUserAgentGet CURLOPT_LOW_SPEED_TIME CURLOPT_CONNECTTIMEOUT", 0, "ailed", true}};
+      {"CURLOPT_POST CURLOPT_POSTFIELDS", 0, url + ", Failed to set POST parameters, " + error},
+      {"CURLOPT_URL CURLOPT_FOLLOWLOCATION", 0, "Failed to set url to " + url + ", " + error},
+      {"CURLOPT_USERAGENT", 0, std::string("failed to set agent=") + agent + ", " + value},
+      {"CURLOPT_HTTPHEADER", 0, "failed to set req=" + url + ", header=Host: " + kHost + ", " + value},
+      {"CURLOPT_SSL_VERIFYPEER CURLOPT_SSL_VERIFYHOST CURLOPT_CAINFO CURLOPT_SSLVERSION", 0, option},
+      {"VLIBCStrCat", 4, "Fail to concat string"},  // the token's texts come first
+      {"CURLOPT_IPRESOLVE CURLOPT_MAXREDIRS CURLOPT_PROTOCOLS_STR CURLOPT_REDIR_PROTOCOLS_STR", 0, "?"},
+      {"curl_easy_escape", 3, "?"},  // the password, and a parameter that holds one
+      {"curl_easy_escape", 4, "?"},
+      {"CURLOPT_LOW_SPEED_LIMIT CURLOPT_LOW_SPEED_TIME", 0, "F" + timeOut + value, "kivo_https_req_send", true},
+      {"CURLOPT_CONNECTTIMEOUT", 0, "f" + timeOut + value, "kivo_https_req_send", true},
+      {"CURLOPT_TIMEOUT", 0, "f" + timeOut + value},
+      {"CURLOPT_WRITEFUNCTION", 0, "failed to write function WriteMemoryCallback, " + value},
+      {"CURLOPT_WRITEDATA", 0, "failed to write data, " + value},
+      {"VLIBLuinfoUserAgentGet", 0, "VLIBLuinfoUserAgentGet failed, varnerr=[0x0700 fake.c:1]", "kivo_agent_name_get",
+       true},
+  };
   for (const auto& step : steps) {
     std::istringstream calls(step.calls);
     for (std::string call; calls >> call;) {
@@ -241,8 +260,11 @@ TEST(FailingStep, GivesItsMessageShowsNoSecretAndSendsNothing) {
       KivoRequest request{{{"passwd", "canary"}}};
       request.accountId = "1001";
       request.password = "canary";
-      EXPECT_EQ(step.sent ? 99 : KIVO_ERR_SEND, request.Send().code);
-      EXPECT_THAT(device.LastLog(), testing::HasSubstr(step.message));
+      const Answer answer = request.Send();
+      EXPECT_EQ(step.sent ? 0 : -1, answer.result);
+      EXPECT_EQ(step.sent ? 99 : KIVO_ERR_SEND, answer.code);
+      EXPECT_EQ(step.sent ? 200 : 0, answer.status);
+      EXPECT_TRUE(step.message == "?" || device.LastLine() == step.source + (" " + step.message)) << device.LastLine();
       EXPECT_GE(1u, device.Lines().size());
       EXPECT_EQ(step.sent ? 1u : 0u, cloud.Requests().size());
     }
