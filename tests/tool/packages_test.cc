@@ -94,7 +94,7 @@ TEST_F(PackagesTest, WhatCannotBeHadEndsWithItsCodeAndWhy) {
     EXPECT_EQ(row.run, error["run"].asString());
     EXPECT_EQ(1u, Cloud().Requests(kGrant).size()) << "a second grant would give no longer token";
   }
-  EXPECT_EQ("sudo " + plain, ErrorOf(AsOrdinaryUser(kAsk))["run"].asString());
+  EXPECT_EQ("sudo " + plain + " --json", ErrorOf(AsOrdinaryUser(kAsk))["run"].asString());
   EXPECT_EQ(0, Tool({"logout", "--yes"}).exit);
   EXPECT_EQ("not_signed_in", ErrorOf(Tool(kAsk))["kind"].asString());
 }

@@ -39,6 +39,7 @@ TEST_F(ToolTest, ATokenThatCannotBeHadEndsWithWhy) {
   StoreToken(hours(2));
   Cloud().TakeDown("identity", kivosim::Fault::ResetAfterRequest());
   EXPECT_EQ("unreachable", ErrorOf(Tool({"token", "--json"}))["kind"].asString());
+  EXPECT_THAT(Tool({"token"}).err, HasSubstr("could not be reached: Recv failure: Connection reset by peer.\n"));
   Cloud().BringBack();
   EXPECT_EQ(0, Tool({"token"}).exit);
   const Json::Value brief = ErrorOf(Tool({"token", "--min-valid", "4000", "--json"}));
@@ -121,6 +122,11 @@ TEST_F(ToolTest, ASignOutAsksTellsTheAccountCentreAndLeavesNothingUnlessItIsRefu
     for (const char* path : {kRecord, kJob, kTokenFile}) EXPECT_FALSE(std::filesystem::exists(path)) << path;
   }
   EXPECT_EQ("varnkivo: Nobody was signed in.\n", Tool({"logout"}).err);
+  constexpr char kFacts[] = "/usr/varn/etc/host.conf";
+  const std::string facts = Read(kFacts);
+  Write(kFacts, "", 0644);
+  EXPECT_EQ(0, Tool({"logout"}).exit) << "a device without a serial number has nobody to sign out either";
+  Write(kFacts, facts, 0644);
   EXPECT_EQ(9, Tool({"logout", "--strict"}).exit);
 }
 

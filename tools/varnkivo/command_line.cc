@@ -139,6 +139,7 @@ Failure ExplainMistake(const CLI::App& app, const CLI::ParseError& error, int ar
   const std::string help = mistake.verbs + " --help";
   if (mistake.word.empty()) return UsageFailure(Complaint(mistake, error), help);
   std::string cause = std::string("There is no ") + (mistake.option ? "option \"" : "verb \"") + mistake.word + "\".";
+  if (mistake.word == "--password" || mistake.word == "--auth-key") cause += " A secret is never an argument.";
   if (mistake.meant.empty()) return UsageFailure(cause, help);
   const bool isVerb = mistake.meant.rfind("--", 0) != 0;
   return UsageFailure(cause + " Did you mean \"" + mistake.meant + "\"?",

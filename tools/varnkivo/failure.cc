@@ -203,9 +203,13 @@ bool IsUnknownPackage(const std::string& text) {
 
 /// Whether no answer came at all. As above, only the beginning is the library's own.
 bool IsUnreached(const std::string& text) {
-  const std::string beginnings[] = {
-      "Failed to retrieve pacakge[", "Failed to grant pacakge[",
-      "Failed to exchange token, reqcode=", "Failed to renew token, reqcode=", "Failed to grant by authkey, reqcode="};
+  const std::string beginnings[] = {"Failed to retrieve pacakge[",
+                                    "Failed to grant pacakge[",
+                                    "Failed to exchange token, reqcode=",
+                                    "Failed to renew token, reqcode=",
+                                    "Failed to grant by authkey, reqcode=",
+                                    "Failed to exchange authkey, reqcode=",
+                                    "Failed to logout, reqcode="};
   for (const std::string& before : beginnings) {
     if (text.rfind(before, 0) != 0) continue;
     const std::string behind = "], reqcode=";
@@ -214,9 +218,19 @@ bool IsUnreached(const std::string& text) {
   return false;
 }
 
+/// What libcurl said, between the library's own words.
+std::string ReasonIn(const std::string& text) {
+  const std::string before = "reqmsg=";
+  const std::size_t begin = std::min(text.find(before), text.size() - before.size()) + before.size();
+  return text.substr(begin, text.find(" [code=", begin) - begin);
+}
+
 void SharpenToken(Failure& failure, int code, const Situation& situation) {
   if (code == KIVO_ERR_RESPONSE && IsUnreached(situation.text))
-    failure.cause = "The account centre could not be reached; the system log says why.";
+    failure.cause = "The account centre could not be reached: " + ReasonIn(situation.text) + ".";
+  if (code != KIVO_ERR_AUTH || situation.doing != Doing::kToken) return;
+  failure.cause = "The account centre no longer accepts this device's sign-in.";
+  failure.run = kAnyLogin;
 }
 
 void SharpenPackage(Failure& failure, int code, const Situation& situation) {
@@ -264,7 +278,7 @@ void Sharpen(Failure& failure, int code, const Situation& situation) {
     SharpenReportOrChange(failure, code, situation);
   } else if (situation.doing == Doing::kPackageToken) {
     SharpenPackage(failure, code, situation);
-  } else if (situation.doing == Doing::kToken) {
+  } else if (situation.doing == Doing::kToken || situation.doing == Doing::kLogout) {
     SharpenToken(failure, code, situation);
   } else if (situation.doing == Doing::kShop || situation.doing == Doing::kShopLogin) {
     SharpenShop(failure, code, situation);

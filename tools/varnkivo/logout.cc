@@ -95,9 +95,9 @@ Exit RunLogout(const LogoutOptions& options) {
     else
       service.Logout();
   } catch (const varnkivo::KivoException& error) {
-    throw LogoutFailure(error.GetCode(), error.what(), options);
+    if (!already) throw LogoutFailure(error.GetCode(), error.what(), options);
   } catch (const std::bad_cast&) {  // a token whose lifetime is no number
-    throw LogoutFailure(KIVO_ERR_TOKEN, "", options);
+    if (!already) throw LogoutFailure(KIVO_ERR_TOKEN, "", options);
   }
   if (!already) NoteOwnSignOut(history, VoiceFor(options.json));
   RequireNothingLeft();

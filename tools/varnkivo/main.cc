@@ -16,6 +16,7 @@
 #include "failure.h"
 #include "interrupt.h"
 #include "output.h"
+#include "text.h"
 
 namespace {
 
@@ -80,10 +81,19 @@ Exit Run(int own, int argc, char** argv, bool& json) {
   return call.run();
 }
 
+/// The command as it was typed, but for another program's arguments: whoever lacks rights needs it with more of them.
+std::string Again(int own, int argc, char** argv) {
+  std::string words = "varnkivo";
+  for (int i = 1; i < std::min(argc, own + 2); ++i) words += " " + kivotool::ShellWord(argv[i]);
+  return words;
+}
+
 Exit Guarded(int own, int argc, char** argv, bool& json) {
   try {
     return Run(own, argc, argv, json);
-  } catch (const Failure& failure) {
+  } catch (Failure& failure) {
+    if (failure.exit == kivotool::kPermission && failure.run.rfind("sudo ", 0) == 0)
+      failure.run = "sudo " + Again(own, argc, argv);
     kivotool::Report(failure, json);
     return failure.exit;
   } catch (const std::exception& error) {
